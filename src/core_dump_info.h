@@ -1,0 +1,427 @@
+// The face of the analyser: the records of a core file as they lie on disk, their enumerations, and
+// CoreDumpInfo, which loads a mapped core file and writes the report tree.
+//
+// All integers of the format are little-endian and every record is naturally aligned inside, so the
+// structures below have the layout of the file; records themselves may lie at any file offset and
+// are copied out byte by byte, never read through a cast pointer.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core_dump_info/core_image.h"
+#include "core_dump_info/damage_report.h"
+#include "core_dump_info/fault_windows.h"
+#include "core_dump_info/sdma_decoder.h"
+#include "core_dump_info/wave_text.h"
+
+// ---------------------------------------------------------------------------------------------
+// Enumerations
+
+// First 32-bit word of a core file.
+constexpr uint32_t kCoreDumpMagicV0 = 0x20220519;
+constexpr uint32_t kCoreDumpMagicV1 = 0x4443584F;  // "OXCD" in file order
+
+enum CoreDumpReason : uint32_t {
+  CORE_DUMP_QUEUE_ERROR = 0,
+  CORE_DUMP_VM_FAULT = 1,
+  CORE_DUMP_SIGNAL = 2,
+};
+
+enum QueueType : uint32_t {
+  QUEUE_TYPE_COMPUTE = 0,
+  QUEUE_TYPE_SDMA = 1,
+  QUEUE_TYPE_COMPUTE_AQL = 2,
+  QUEUE_TYPE_SDMA_XGMI = 3,
+};
+
+// Packet type of an AQL packet header.
+enum AqlPacketType : uint32_t {
+  AQL_TYPE_VENDOR_SPECIFIC = 0,
+  AQL_TYPE_INVALID = 1,
+  AQL_TYPE_KERNEL_DISPATCH = 2,
+  AQL_TYPE_BARRIER_AND = 3,
+  AQL_TYPE_AGENT_DISPATCH = 4,
+  AQL_TYPE_BARRIER_OR = 5,
+  AQL_TYPE_RESERVED = 6,
+};
+
+// A gfx IP version: major << 16 | minor << 8 | stepping.
+enum full_gfx_versions : uint32_t {
+  GFX_VERSION_OSPREY = 0x90006,
+  GFX_VERSION_HERON = 0x90106,
+  GFX_VERSION_KESTREL = 0x90206,
+  GFX_VERSION_PLOVER = 0x90208,
+  GFX_VERSION_WREN = 0x90306,
+  GFX_VERSION_FINCH = 0x90308,
+};
+
+// ---------------------------------------------------------------------------------------------
+// Core file records
+
+struct _CoreDumpHeaderV0 {
+  uint64_t magic_number;  // its low 32 bits are kCoreDumpMagicV0
+  uint64_t fault_offset;
+  uint64_t fault_size;
+  uint64_t agent_offset;
+  uint64_t agent_count;
+  uint64_t queue_offset;
+  uint64_t queue_count;
+  uint64_t codeobject_offset;
+  uint64_t codeobject_count;
+  uint64_t env_offset;
+  uint64_t env_size;
+};
+using CoreDumpHeaderV0 = _CoreDumpHeaderV0;
+static_assert(sizeof(CoreDumpHeaderV0) == 88);
+
+struct _CoreDumpHeaderV1 {
+  uint32_t magic_number;  // kCoreDumpMagicV1
+  uint32_t version_major;
+  uint32_t version_minor;
+  uint32_t version_patch;
+  uint64_t fault_offset;
+  uint64_t fault_size;
+  uint64_t agent_offset;
+  uint64_t agent_count;
+  uint64_t queue_offset;
+  uint64_t queue_count;
+  uint64_t codeobject_offset;
+  uint64_t codeobject_count;
+  uint64_t env_offset;
+  uint64_t env_size;
+  uint64_t reserve[4];
+};
+using CoreDumpHeaderV1 = _CoreDumpHeaderV1;
+static_assert(sizeof(CoreDumpHeaderV1) == 128);
+
+// Why the runtime wrote the core file.
+struct _CoreDumpReasonInfo {
+  uint32_t reason;  // CoreDumpReason
+  char agent_name[64];
+  uint32_t node_id;
+  uint32_t fault_reason_mask;  // VM fault: bit set of causes
+  uint64_t virtual_address;    // VM fault: faulting GPU address
+  uint32_t status;             // queue error: hsa_status_t
+  uint64_t ring_addr;          // queue error: ring buffer of the failing queue
+  int32_t sig;                 // signal: its number
+};
+using CoreDumpReasonInfo = _CoreDumpReasonInfo;
+static_assert(sizeof(CoreDumpReasonInfo) == 112);
+static_assert(offsetof(CoreDumpReasonInfo, node_id) == 68);
+static_assert(offsetof(CoreDumpReasonInfo, virtual_address) == 80);
+static_assert(offsetof(CoreDumpReasonInfo, ring_addr) == 96);
+static_assert(offsetof(CoreDumpReasonInfo, sig) == 104);
+
+// The runtime's handle of a GPU agent.
+struct agent_t {
+  uint64_t handle;
+};
+
+// One GPU agent.
+struct _CoreDumpAgent {
+  char name[1024];
+  uint32_t gpu_id;
+  uint32_t node_id;
+  uint32_t drm_id;
+  uint32_t location_id;
+  int32_t pci_domain_id;
+  int32_t pci_bus_id;
+  int32_t pci_device_id;
+  uint32_t chip_id;  // PCI device id, see FindGfxIp
+  bool is_dp4x;
+  uint32_t num_cus;
+  uint32_t max_engine_freq;
+  uint32_t max_memory_freq;
+  uint32_t waves_per_cu;
+  uint32_t num_simds_per_cu;
+  uint32_t num_ses;
+  agent_t agent;
+  uint64_t wave_offset;  // first WaveInfo: a file offset on disk, an address in the mapping in memory
+  uint64_t wave_count;
+};
+using CoreDumpAgent = _CoreDumpAgent;
+static_assert(sizeof(CoreDumpAgent) == 1112);
+static_assert(offsetof(CoreDumpAgent, chip_id) == 1052);
+static_assert(offsetof(CoreDumpAgent, num_cus) == 1060);
+static_assert(offsetof(CoreDumpAgent, num_ses) == 1080);
+static_assert(offsetof(CoreDumpAgent, agent) == 1088);
+
+// One user-mode queue. ring_offset and context_offset are file offsets on disk, addresses in the
+// mapping in memory.
+struct _CoreDumpQueue {
+  uint32_t queue_id;
+  uint32_t is_suspended;
+  uint32_t gpu_id;        // gpu_id of the owning agent
+  uint32_t queue_type;    // QueueType
+  uint32_t queue_format;  // 0 PM4, 1 AQL
+  uint64_t eop_address;
+  uint64_t eop_size;
+  uint64_t mqd_address;
+  uint64_t doorbell_offset;
+  uint64_t ring_address;  // GPU address
+  uint64_t ring_size;     // bytes
+  uint64_t wptr_address;
+  uint64_t rptr_address;
+  uint64_t wptr_value;
+  uint64_t rptr_value;
+  uint64_t ring_offset;
+  uint64_t context_sr_address;  // GPU address of the context save area
+  uint64_t context_sr_size;     // bytes
+  uint64_t control_stack_size;
+  uint64_t context_offset;
+};
+using CoreDumpQueue = _CoreDumpQueue;
+static_assert(sizeof(CoreDumpQueue) == 144);
+static_assert(offsetof(CoreDumpQueue, eop_address) == 24);
+static_assert(offsetof(CoreDumpQueue, ring_offset) == 104);
+static_assert(offsetof(CoreDumpQueue, context_offset) == 136);
+
+// One loaded code object.
+struct _CoreDumpCodeObject {
+  uint64_t addr_loaded;  // GPU address
+  uint64_t size_loaded;  // bytes
+  uint64_t addr_elf;     // where the runtime held the image; not used for reading
+  uint64_t size_elf;     // bytes
+  uint64_t agent;        // handle of the agent it is loaded on
+  uint64_t kernel_offset;
+  uint64_t kernel_count;
+  uint64_t codeobject_offset;  // the ELF image
+};
+using CoreDumpCodeObject = _CoreDumpCodeObject;
+static_assert(sizeof(CoreDumpCodeObject) == 64);
+
+// One kernel of a code object.
+struct _KernelInfo {
+  uint64_t loaded_addr;  // GPU address of its code
+  char name[1024];
+};
+using KernelInfo = _KernelInfo;
+static_assert(sizeof(KernelInfo) == 1032);
+
+// The registers of one wave that the runtime saved in the core file itself (signal dumps).
+struct _WaveInfo {
+  uint32_t mode;
+  uint32_t status;
+  uint32_t trapsts;
+  uint32_t hw_id;
+  uint32_t gpr_alloc;
+  uint32_t lds_alloc;
+  uint32_t ib_sts;
+  uint32_t pc_lo;
+  uint32_t pc_hi;
+  uint32_t inst_dw0;
+  uint32_t inst_dw1;
+  uint32_t ib_dbg0;
+  uint32_t ib_dbg1;
+  uint32_t m0;
+  uint32_t exec_lo;
+  uint32_t exec_hi;
+  uint32_t vgprs[16384];  // lane-major: 256 slots for each of 64 lanes
+  uint32_t sgprs[1024];
+};
+using WaveInfo = _WaveInfo;
+static_assert(sizeof(WaveInfo) == 69696);
+static_assert(offsetof(WaveInfo, vgprs) == 64);
+static_assert(offsetof(WaveInfo, sgprs) == 65600);
+
+// ---------------------------------------------------------------------------------------------
+// What the analyser makes of them
+
+// One loaded code object and its kernels.
+struct CodeObjectInfo {
+  uint64_t addr_loaded = 0;
+  size_t size_loaded = 0;
+  char name[1024] = {};                   // its file name under codes/, terminated
+  CoreDumpAgent* AgentInfo = nullptr;     // not owned; null when no agent has the record's handle
+  std::vector<KernelInfo*> kernel_list;   // owned by the analyser
+};
+
+// One region of dumped process memory.
+struct MemInfo {
+  uint64_t addr = 0;
+  uint64_t size = 0;  // bytes
+  uint32_t flag = 0;  // allocation flags as the index gives them
+  std::string name;   // full path of the snapshot file
+  std::vector<uint32_t> gpu_ids;
+};
+
+// One wavefront of a context save area. Owns nothing: the pointers look into the mapped core file,
+// at any alignment, and are read with LoadU32.
+struct WaveStateInfo {
+  uint32_t num_sgprs;
+  const uint32_t* sgprs;
+  uint32_t num_vgprs;  // per lane
+  uint32_t num_vgpr_lanes;
+  const uint32_t* vgprs;  // register-major: all lanes of v0, then all lanes of v1, ...
+  uint32_t lds_size_dw;
+  const uint32_t* lds;  // of the work-group; null when it has none
+  struct {
+    uint64_t pc;
+    uint64_t trap_pc;
+    uint64_t exec;
+    uint64_t xnack_mask;
+    uint64_t tba;
+    uint64_t tma;
+    uint32_t status;
+    uint32_t trapsts;
+    uint32_t m0;
+    uint32_t mode;
+    uint32_t hw_id;
+    uint32_t gpr_alloc;
+    uint32_t lds_alloc;
+    uint32_t ib_sts;
+  } regs;
+};
+
+// Queue id to the waves saved in the queue's context save area, in save order.
+using QueueWaveMap = std::map<uint32_t, std::vector<WaveStateInfo>>;
+
+// SE to SH to CU to SIMD to wave count.
+using SEWaveMap = std::map<int, std::map<int, std::map<int, std::map<int, int>>>>;
+
+// ---------------------------------------------------------------------------------------------
+
+// The analyser. init() fills it from a mapped core file, dump() writes the reports; the mapping must
+// outlive it. Failures are bool results and null pointers; what fails is logged where it is noticed.
+// Everything runs on the caller's thread but the listings at the end of dump(), whose workers have
+// ended when it returns.
+class CoreDumpInfo {
+ public:
+  CoreDumpInfo() = default;
+  virtual ~CoreDumpInfo();
+  CoreDumpInfo(const CoreDumpInfo&) = delete;
+  CoreDumpInfo& operator=(const CoreDumpInfo&) = delete;
+
+  // Tells the size of the mapping in bytes; called before init. Nothing outside [ptr, ptr + size) is
+  // read then, and every part of the file that is missing is reported. Without it nothing is limited.
+  void SetImageSize(uint64_t size);
+
+  // Loads the core file mapped at `ptr` and writes the code objects and the environment. Null
+  // directories select the defaults: the working directory, "/opt/rocm", and "mems" under the
+  // working directory. False when the file is no core file or a code object cannot be written.
+  bool init(uint64_t ptr, const char* out, const char* rocm, const char* m_dir, bool disAll);
+
+  // Writes every report. A report that fails is logged and the next one follows: always true.
+  bool dump();
+
+  // Lookups. Each scans its list in file order and returns the first match, null when none.
+  CoreDumpAgent* GetAgentInfo(agent_t agent) const;
+  CoreDumpQueue* GetQueueInfoByQueueId(uint32_t queue_id) const;
+  uint32_t GetQueueIdByRing(uint64_t ring_address) const;  // 0xFFFFFFFF when none
+  void GetQueueInfoByGpuId(uint32_t gpu_id, std::vector<CoreDumpQueue*>& out) const;  // appends all
+  KernelInfo* GetKernelFromList(uint64_t loaded_addr) const;         // an exact entry address
+  CodeObjectInfo* GetCodeObjectFromList(uint64_t loaded_addr) const;  // that has such a kernel
+  CodeObjectInfo* GetCodeObjectByPC(uint64_t pc) const;               // whose loaded range holds pc
+  static uint32_t FindGfxIp(uint16_t device_id);  // full_gfx_versions encoding; 0 when unknown
+
+  // Process memory. getMemInfo copies up to `size` bytes from process address `ptr` and returns how
+  // many: never beyond the region that holds `ptr`, 0 when there is none or its snapshot is missing.
+  bool initProcessMem();
+  uint64_t getMemInfo(void* out_buffer, uint64_t size, uint64_t ptr);
+
+  // Reports, each true when its file was written.
+  bool dumpReasonInfo();
+  bool dumpQueueErrorInfo(CoreDumpReasonInfo info);
+  bool dumpVMFaultInfo(CoreDumpReasonInfo info);
+  bool dumpSignalInfo(CoreDumpReasonInfo info);
+  bool dumpAgent(CoreDumpAgent* agent);
+  bool dumpQueue(CoreDumpQueue* queue);
+
+  // Ring packets: the queue's "packets" and "aql_rb" or "sdma_rb". True for a queue without either.
+  bool DumpPacket(CoreDumpQueue* queue_info);
+  bool dumpAqlPacket(CoreDumpQueue* queue_info);
+  bool dumpSdmaPacket(CoreDumpQueue* queue_info);
+  // Append the text of one 64-byte slot, or of `size` bytes of SDMA stream at address `data`; the
+  // first may write a kernel argument file into `save_dir`.
+  bool GenAqlPacketInfo(void* data, uint32_t backup_header, std::string& save_dir,
+                        std::string& info);
+  bool GenSdmaPacketInfo(uint64_t data, int size, std::string& info);
+
+  // Saved waves. Both write the raw areas as "cwsr" and append to `queues_waves`.
+  bool GetQueueWaveStates(CoreDumpAgent* agent_info, CoreDumpQueue* queue_info,
+                          QueueWaveMap& queues_waves);
+  bool GetQueuesWaveStates(CoreDumpAgent* agent_info, QueueWaveMap& queues_waves);
+
+  // Append the text of one saved wave, of one recorded wave, of an occupancy table.
+  bool GenWaveInfo(uint32_t gfxv, bool is_dp4x, WaveStateInfo* wave_state, std::string& info);
+  bool GenActiveWaveInfo(bool is_dp4x, WaveInfo wave, std::string& info);
+  bool GenAgentOccupyInfo(const QueueWaveMap& queues_waves, std::string& info);
+  bool GenAgentOccupyInfo(WaveInfo* wave_info, int wave_count, std::string& info);
+
+  // The wave files of one agent: of a queue error or VM fault dump, and of a signal dump.
+  bool DumpAgentWaves(CoreDumpAgent* agent_info);
+  bool DumpAgentActiveWaves(CoreDumpAgent* agent_info);
+
+  // Sets `dis_code` to the code around `fault_pc` and marks its code object as faulting. False, with
+  // `dis_code` untouched, when the disassembler or the code object's file is missing.
+  bool DisFaultCodeObject(CoreDumpAgent* agent_info, uint64_t fault_pc, std::string& dis_code);
+  void AddErrorCodeObject(CodeObjectInfo* codeInfo);
+  // Writes the listing of every code object, or of the faulting ones, in a pool of threads.
+  void DisAllCodeObject();
+
+  bool dis_all_code_object = false;
+  uint64_t dp4x_vgpr_offset = 0;  // bytes from a wave's VGPRs to their second bank on HERON agents
+  std::string dump_dir_;
+  std::string dump_code_dir_;
+  std::string dump_queue_dir_;
+  std::string rocm_dir_;
+  std::string current_dir_;
+  std::string mem_dir_;
+  std::vector<CoreDumpAgent*> agent_lists;           // owned
+  std::vector<CoreDumpQueue*> queue_lists;           // owned
+  std::vector<CodeObjectInfo*> code_object_lists;    // owned
+  std::vector<CodeObjectInfo*> err_code_lists;       // faulting ones, each also in code_object_lists
+  std::map<uint64_t, MemInfo> mem_info_map;          // by start address
+  CoreDumpReasonInfo reason_info = {};
+  uint32_t full_version = 0;  // major << 16 | minor << 8 | patch; 0 for the first format
+
+ private:
+  // The VGPRs k + num_vgprs of a wave on a HERON agent: how many bytes they take, and those of them
+  // that are in the file. Empty on other agents.
+  struct SecondBank {
+    Bytes bytes;
+    uint64_t size = 0;
+  };
+
+  bool LoadHeader(uint64_t ptr, CoreDumpHeaderV1& header);
+  void LoadReason(uint64_t address, uint64_t size);
+  void LoadAgents(uint64_t ptr, uint64_t offset, uint64_t count);
+  void LoadQueues(uint64_t ptr, uint64_t offset, uint64_t count);
+  bool LoadCodeObjects(uint64_t ptr, uint64_t offset, uint64_t count);
+  bool LoadCodeObject(uint64_t ptr, const CoreDumpCodeObject& record);
+  bool WriteElf(uint64_t address, uint64_t size, const std::string& name);
+  bool WriteCodeObjectInfo(const CodeObjectInfo& code_object);
+  void WriteEnvironment(uint64_t address, uint64_t size);
+
+  void DumpKernelArguments(const KernelInfo& kernel, uint64_t kernarg_address,
+                           const std::string& save_dir);
+  SdmaStream SdmaStreamAt(uint64_t address, int size) const;
+  bool WriteRing(const CoreDumpQueue& queue, const std::string& save_dir, const char* file_name);
+
+  // Writes the wave files of one queue, whose waves it knows by `queue_id`.
+  bool DumpQueueWaves(const CoreDumpAgent& agent, uint32_t queue_id,
+                      std::vector<WaveStateInfo>& waves);
+  SecondBank SecondVgprBank(uint32_t gfxv, bool is_dp4x, const WaveStateInfo& wave) const;
+  void AppendActiveWave(bool is_dp4x, const WaveInfo& wave, std::string& info);
+  // The code around `fault_pc`, whose code object becomes a faulting one. Null when the disassembler
+  // cannot be run.
+  const FaultWindows::Window* FaultWindow(const CoreDumpAgent& agent, uint64_t fault_pc);
+
+  void NoteSecondBankLoss(const CoreDumpAgent& agent, uint32_t queue_id,
+                          const WaveStateInfo& wave);
+  // How many of the `count` records of `record_size` bytes at `address` are wholly in the file; notes
+  // the loss when not all are.
+  uint64_t WholeRecords(std::string_view what, uint64_t address, uint64_t count,
+                        uint64_t record_size);
+
+  CoreImage image_;
+  uint64_t image_size_ = UINT64_MAX;
+  DamageReport damage_;
+  FaultWindows fault_windows_;
+  WaveText wave_text_;
+};

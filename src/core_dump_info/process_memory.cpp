@@ -1,0 +1,126 @@
+// Dumped process memory: the index of the memory directory, and reads by process address.
+
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "core_dump_info.h"
+#include "logger.h"
+#include "utils.h"
+
+namespace {
+
+// Tokens of an index line, separated by single blanks. The address has one character in front that is
+// skipped; the tokens that have no name here are not read.
+constexpr size_t kAddressToken = 0;
+constexpr size_t kSizeToken = 1;
+constexpr size_t kFlagToken = 4;
+constexpr size_t kGpuIdToken = 5;
+
+class IndexLine {
+ public:
+  explicit IndexLine(const std::string& line) { SplitStr(line, " ", tokens_); }
+
+  uint64_t Address() const {
+    const std::string& token = tokens_.at(kAddressToken);
+    return token.empty() ? 0 : Number(token.c_str() + 1);
+  }
+
+  // A line with too few tokens is the runtime's own error; the checked access ends the run, on
+  // purpose, rather than have memory reported that nobody recorded.
+  uint64_t Token(size_t index) const { return Number(tokens_.at(index).c_str()); }
+
+ private:
+  static uint64_t Number(const char* text) { return strtoull(text, nullptr, 0); }
+
+  std::vector<std::string> tokens_;
+};
+
+MemInfo RegionOf(const IndexLine& line, const std::string& mem_dir) {
+  MemInfo region;
+  region.addr = line.Address();
+  region.size = line.Token(kSizeToken);
+  region.flag = static_cast<uint32_t>(line.Token(kFlagToken));
+  region.name = mem_dir + "/" + StrFormat("0X%lX-0X%lX-%ld", region.addr,
+                                          region.addr + region.size, region.size);
+  return region;
+}
+
+}  // namespace
+
+bool CoreDumpInfo::initProcessMem() {
+  if (utils::GetLogLevel() >= utils::kLogInfo) {
+    utils::Print(utils::kLogInfo, "CoreDump init process mem.\n");
+  }
+  const std::string path = mem_dir_ + "/process_mem_info";
+  FILE* index = fopen(path.c_str(), "re");
+  if (index == nullptr) {
+    if (utils::GetLogLevel() >= utils::kLogWarning) {
+      utils::Print(utils::kLogWarning, "Can not Open: %s.\n", path.c_str());
+    }
+    return false;
+  }
+  char* buffer = nullptr;
+  size_t capacity = 0;
+  ssize_t length;
+  while ((length = getline(&buffer, &capacity, index)) != -1) {
+    const std::string line(buffer, static_cast<size_t>(length));
+    if (line.find("alloc") != std::string::npos) {
+      MemInfo region = RegionOf(IndexLine(line), mem_dir_);
+      const uint64_t addr = region.addr;
+      mem_info_map[addr] = std::move(region);
+    }
+    if (line.find("gpu:") != std::string::npos) {
+      const IndexLine tokens(line);
+      const auto gpu_id = static_cast<uint32_t>(tokens.Token(kGpuIdToken));
+      mem_info_map[tokens.Address()].gpu_ids.push_back(gpu_id);
+    }
+  }
+  free(buffer);
+  fclose(index);
+  return true;
+}
+
+uint64_t CoreDumpInfo::getMemInfo(void* out_buffer, uint64_t size, uint64_t ptr) {
+  if (out_buffer == nullptr) {
+    return 0;
+  }
+  const auto entry = std::find_if(mem_info_map.begin(), mem_info_map.end(), [ptr](const auto& e) {
+    const MemInfo& region = e.second;
+    return region.addr <= ptr && ptr < region.addr + region.size;
+  });
+  if (entry == mem_info_map.end()) {
+    return 0;
+  }
+  const MemInfo& region = entry->second;
+  const uint64_t wanted = std::min(size, region.addr + region.size - ptr);
+  if (wanted == 0) {
+    return 0;
+  }
+  void* snapshot = nullptr;
+  size_t snapshot_size = 0;
+  if (!MemoryMapFile(region.name.c_str(), &snapshot, &snapshot_size)) {
+    if (utils::GetLogLevel() >= utils::kLogError) {
+      utils::Print(utils::kLogError, "mem_name:%s failed\n", region.name.c_str());
+    }
+    return 0;
+  }
+  // The system refuses to map an empty file: nothing of the region is there then.
+  const CoreImage image(reinterpret_cast<uint64_t>(snapshot),
+                        snapshot == MAP_FAILED ? 0 : snapshot_size);
+  const uint64_t offset = ptr - region.addr;
+  const Bytes bytes = image.Clip(reinterpret_cast<uint64_t>(snapshot) + offset, wanted);
+  if (bytes.size() < wanted) {
+    damage_.Add(StrFormat("memory snapshot of 0X%lX", region.addr), offset, wanted, bytes.size());
+  }
+  if (!bytes.empty()) {
+    memcpy(out_buffer, bytes.data(), bytes.size());
+  }
+  if (snapshot != MAP_FAILED) {
+    MemoryUnmapFile(snapshot, snapshot_size);
+  }
+  return bytes.size();
+}

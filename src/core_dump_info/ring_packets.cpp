@@ -1,0 +1,166 @@
+// The packets left in a queue's ring, and the raw ring.
+
+#include <algorithm>
+#include <cerrno>
+#include <vector>
+
+#include "core_dump_info.h"
+#include "core_dump_info/aql_packets.h"
+#include "core_dump_info/number_text.h"
+#include "core_dump_info/report_file.h"
+#include "core_dump_info/sdma_decoder.h"
+#include "file_manager.h"
+#include "hsa_packets.h"
+#include "logger.h"
+#include "utils.h"
+
+namespace {
+
+constexpr uint64_t kKernelArgumentSize = 4096;  // bytes read at a dispatch's kernarg_address
+
+// Whether a text from the file can name a file in a directory and nothing outside it.
+bool IsFileName(std::string_view name) {
+  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;
+}
+
+void LogDebugQueue(const char* function, uint32_t queue_id) {
+  if (utils::GetLogLevel() >= utils::kLogDebug) {
+    utils::Print(utils::kLogDebug, "%s queu id: %d\n", function, queue_id);
+  }
+}
+
+}  // namespace
+
+bool CoreDumpInfo::DumpPacket(CoreDumpQueue* queue_info) {
+  switch (queue_info->queue_type) {
+    case QUEUE_TYPE_COMPUTE_AQL:
+      if (!dumpAqlPacket(queue_info)) {
+        if (utils::GetLogLevel() >= utils::kLogError) {
+          utils::Print(utils::kLogError, "dump aql packet failed\n");
+        }
+        return false;
+      }
+      return true;
+    case QUEUE_TYPE_SDMA:
+      if (!dumpSdmaPacket(queue_info)) {
+        if (utils::GetLogLevel() >= utils::kLogError) {
+          utils::Print(utils::kLogError, "dump sdma packet failed\n");
+        }
+        return false;
+      }
+      return true;
+    default:
+      return true;
+  }
+}
+
+bool CoreDumpInfo::dumpAqlPacket(CoreDumpQueue* queue_info) {
+  LogDebugQueue("dumpAqlPacket", queue_info->queue_id);
+  std::string save_dir = StrFormat("%s/%u", dump_queue_dir_.c_str(), queue_info->queue_id);
+  const uint64_t ring = queue_info->ring_offset;
+  const auto packet_size = static_cast<int32_t>(queue_info->ring_size / kAqlPacketSize);
+  const auto slots = std::min(static_cast<uint64_t>(std::max(packet_size, 0)),
+                              image_.Available(ring) / kAqlPacketSize);
+  const uint64_t backup = ring + queue_info->ring_size;
+  const bool has_backup = full_version > kLastVersionWithoutHeaderBackup;
+  const uint64_t backup_words =
+      has_backup ? WholeRecords(StrFormat("queue %u header backup array", queue_info->queue_id),
+                                backup, slots, sizeof(uint32_t))
+                 : 0;
+
+  ReportFile packets(save_dir, "packets", ReportFile::Mode::kAppend);
+  for (uint64_t i = 0; i < slots; ++i) {
+    packets.text() += "\npacket index: ";
+    AppendDecimal(packets.text(), i);
+    packets.text() += '\n';
+    uint32_t backup_header = 0;
+    if (i < backup_words) {
+      image_.Load(backup + i * sizeof(backup_header), backup_header);
+    }
+    auto* slot = reinterpret_cast<void*>(ring + i * kAqlPacketSize);
+    if (!GenAqlPacketInfo(slot, backup_header, save_dir, packets.text())) {
+      return false;
+    }
+    packets.Spill();
+  }
+  return packets.Close() && WriteRing(*queue_info, save_dir, "aql_rb");
+}
+
+bool CoreDumpInfo::GenAqlPacketInfo(void* data, uint32_t backup_header, std::string& save_dir,
+                                    std::string& info) {
+  const auto* slot = static_cast<const unsigned char*>(data);
+  if (AppendAqlPacket(slot, backup_header, full_version, info) != AQL_TYPE_KERNEL_DISPATCH) {
+    return true;
+  }
+  hsa_kernel_dispatch_packet_t dispatch;
+  memcpy(&dispatch, slot, sizeof(dispatch));
+  if (const KernelInfo* kernel = GetKernelFromList(dispatch.kernel_object)) {
+    info += "kernel_name: ";
+    info += FixedText(kernel->name);
+    info += '\n';
+    DumpKernelArguments(*kernel, dispatch.kernarg_address, save_dir);
+  }
+  if (const CodeObjectInfo* code_object = GetCodeObjectFromList(dispatch.kernel_object)) {
+    info += "object_name: ";
+    info += code_object->name;
+    info += '\n';
+  }
+  return true;
+}
+
+void CoreDumpInfo::DumpKernelArguments(const KernelInfo& kernel, uint64_t kernarg_address,
+                                       const std::string& save_dir) {
+  unsigned char arguments[kKernelArgumentSize];
+  const uint64_t size = getMemInfo(arguments, sizeof(arguments), kernarg_address);
+  if (size == 0) {
+    return;
+  }
+  // The name is the core file's: it may lead nowhere but into the queue's own directory.
+  const std::string_view name = FixedText(kernel.name);
+  errno = 0;
+  if (IsFileName(name)) {
+    WriteBinFile(save_dir, std::string(name) + "_args", reinterpret_cast<uint64_t>(arguments), size);
+  }
+  if (!IsFileName(name) || errno == ENAMETOOLONG) {
+    damage_.Add("kernel name \"" + PrintableText(name) + "\" is no file name, arguments not written",
+                kernarg_address, size, 0);
+  }
+}
+
+bool CoreDumpInfo::dumpSdmaPacket(CoreDumpQueue* queue_info) {
+  LogDebugQueue("dumpSdmaPacket", queue_info->queue_id);
+  const std::string save_dir = StrFormat("%s/%u", dump_queue_dir_.c_str(), queue_info->queue_id);
+  ReportFile packets(save_dir, "packets", ReportFile::Mode::kAppend);
+  SdmaStream stream = SdmaStreamAt(queue_info->ring_offset, static_cast<int>(queue_info->ring_size));
+  while (stream.Next(packets.text())) {
+    packets.Spill();
+  }
+  packets.text() += '\n';
+  return packets.Close() && WriteRing(*queue_info, save_dir, "sdma_rb");
+}
+
+bool CoreDumpInfo::GenSdmaPacketInfo(uint64_t data, int size, std::string& info) {
+  SdmaStream stream = SdmaStreamAt(data, size);
+  while (stream.Next(info)) {
+  }
+  info += '\n';
+  return true;
+}
+
+SdmaStream CoreDumpInfo::SdmaStreamAt(uint64_t address, int size) const {
+  const auto length = static_cast<uint64_t>(std::max(size, 0));
+  return SdmaStream(image_.Clip(address, length + kLongestSdmaPacket), length);
+}
+
+bool CoreDumpInfo::WriteRing(const CoreDumpQueue& queue, const std::string& save_dir,
+                             const char* file_name) {
+  const Bytes ring = image_.Clip(queue.ring_offset, queue.ring_size);
+  if (ring.size() < queue.ring_size) {
+    damage_.Add(StrFormat("queue %u ring", queue.queue_id), image_.OffsetOf(queue.ring_offset),
+                queue.ring_size, ring.size());
+    if (ring.empty()) {
+      return true;
+    }
+  }
+  return WriteBinFile(save_dir, file_name, queue.ring_offset, ring.size());
+}

@@ -1,0 +1,184 @@
+#include "file_manager.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <vector>
+
+#include "utils.h"
+
+namespace {
+
+constexpr size_t kBlockSize = 4096;
+
+std::mutex g_incomplete_lock;
+IncompleteWrites g_incomplete;  // guarded by g_incomplete_lock
+
+void CountIncompleteWrite(const std::string& path, int cause) {
+  const std::lock_guard<std::mutex> lock(g_incomplete_lock);
+  if (g_incomplete.count++ == 0) {
+    g_incomplete.first_path = path;
+    g_incomplete.first_errno = cause;
+  }
+}
+
+// Opens `path` with `mode`, writes `size` bytes in one call and closes. False only when the file
+// cannot be opened: what the disk does not take is counted, so that the run goes on and says so at
+// its end.
+bool WriteWhole(const std::string& path, const char* mode, const void* bytes, size_t size) {
+  FILE* file = fopen(path.c_str(), mode);
+  if (file == nullptr) {
+    return false;
+  }
+  int cause = 0;
+  if (fwrite(bytes, 1, size, file) != size) {
+    cause = errno;
+  }
+  if (fclose(file) != 0 && cause == 0) {
+    cause = errno;
+  }
+  if (cause != 0) {
+    CountIncompleteWrite(path, cause);
+  }
+  return true;
+}
+
+}  // namespace
+
+bool IsFileExist(const std::string& file) {
+  return !file.empty() && access(file.c_str(), F_OK) == 0;
+}
+
+bool IsDirectoryExist(const std::string& dir) {
+  struct stat status {};
+  return !dir.empty() && stat(dir.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool CreateDirectory(const std::string& dir) {
+  if (IsDirectoryExist(dir)) {
+    return true;
+  }
+  std::vector<std::string> pieces;
+  SplitStr(dir, "/", pieces);
+  std::string path;
+  for (const std::string& piece : pieces) {
+    path += '/';
+    path += piece;
+    if (!IsDirectoryExist(path) && mkdir(path.c_str(), 0777) != 0 && errno != EEXIST) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool CopyFile(const std::string& dst_file, const std::string& src_file) {
+  if (dst_file.empty() || src_file.empty()) {
+    return false;
+  }
+  FILE* dst = fopen(dst_file.c_str(), "wbe");
+  if (dst == nullptr) {
+    return false;
+  }
+  FILE* src = fopen(src_file.c_str(), "rbe");
+  if (src == nullptr) {
+    fclose(dst);
+    return false;
+  }
+  char block[kBlockSize];
+  for (size_t n = fread(block, 1, sizeof(block), src); n != 0;
+       n = fread(block, 1, sizeof(block), src)) {
+    fwrite(block, 1, n, dst);
+  }
+  fclose(src);
+  fclose(dst);
+  return true;
+}
+
+bool ReadFile(const std::string& file, std::string& contents) {
+  if (file.empty()) {
+    return false;
+  }
+  FILE* stream = fopen(file.c_str(), "re");
+  if (stream == nullptr) {
+    return false;
+  }
+  contents.clear();
+  // One byte more than is ever read keeps the block terminated. It is not cleared between reads, on
+  // purpose: behind a short block the text of the one before it still stands.
+  char block[kBlockSize + 1] = {};
+  while (fread(block, 1, kBlockSize, stream) != 0) {
+    contents += block;
+  }
+  fclose(stream);
+  return true;
+}
+
+bool WriteBinFile(const std::string& dir, const std::string& file_name, uint64_t address,
+                  uint64_t size) {
+  if (dir.empty() || file_name.empty() || !CreateDirectory(dir)) {
+    return false;
+  }
+  if (address == 0 || size == 0) {
+    return false;
+  }
+  return WriteWhole(dir + "/" + file_name, "wbe", reinterpret_cast<const void*>(address), size);
+}
+
+bool WriteTextFile(const std::string& dir, const std::string& file_name,
+                   const std::string& contents, bool append) {
+  if (dir.empty() || file_name.empty() || !CreateDirectory(dir)) {
+    return false;
+  }
+  return WriteWhole(dir + "/" + file_name, append ? "a+e" : "we", contents.data(),
+                    contents.size());
+}
+
+IncompleteWrites GetIncompleteWrites() {
+  const std::lock_guard<std::mutex> lock(g_incomplete_lock);
+  return g_incomplete;
+}
+
+ScratchFile::ScratchFile(const std::string& dir) : path_(dir + "/scratch.XXXXXX"), fd_(-1) {
+  // mkostemp and unlink rather than O_TMPFILE, which not every file system has.
+  std::string path = path_;
+  if (CreateDirectory(dir)) {
+    fd_ = mkostemp(path.data(), O_CLOEXEC);
+  }
+  if (fd_ >= 0) {
+    unlink(path.c_str());
+  }
+}
+
+ScratchFile::~ScratchFile() {
+  if (fd_ >= 0) {
+    close(fd_);
+  }
+}
+
+size_t ScratchFile::Append(std::string_view bytes) {
+  size_t done = 0;
+  while (done < bytes.size()) {
+    const ssize_t count = pwrite(fd_, bytes.data() + done, bytes.size() - done,
+                                 static_cast<off_t>(size_));
+    if (count < 0 && errno == EINTR) {
+      continue;
+    }
+    if (count <= 0) {
+      CountIncompleteWrite(path_, errno);
+      break;
+    }
+    done += static_cast<size_t>(count);
+    size_ += static_cast<uint64_t>(count);
+  }
+  return done;
+}
+
+size_t ScratchFile::Read(uint64_t offset, char* buffer, size_t size) const {
+  const ssize_t count = pread(fd_, buffer, size, static_cast<off_t>(offset));
+  return count > 0 ? static_cast<size_t>(count) : 0;
+}

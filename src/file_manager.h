@@ -1,0 +1,74 @@
+// File helpers: the only way output reaches the disk.
+//
+// They take a directory and a file name, create the directory chain on demand, and report success
+// as a bool without printing; errno holds the cause of a failed system call.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+// True when a file of any kind, directories included, has that name. False for an empty name.
+bool IsFileExist(const std::string& file);
+
+// True when `dir` names a directory. False for an empty name.
+bool IsDirectoryExist(const std::string& dir);
+
+// Makes `dir` and every missing level above it, from the root: a relative name is rooted at "/", on
+// purpose, so callers pass absolute ones. False when a level cannot be made.
+bool CreateDirectory(const std::string& dir);
+
+// Copies `src_file` over `dst_file`. The destination is emptied even when the source cannot be read.
+bool CopyFile(const std::string& dst_file, const std::string& src_file);
+
+// Replaces `contents` with the text of `file`. For small texts: each block of 4096 bytes ends at its
+// first zero byte.
+bool ReadFile(const std::string& file, std::string& contents);
+
+// Writes the `size` bytes at memory address `address` to `dir`/`file_name`, created or replaced.
+// False when a name is empty, the directory or file cannot be made, or address or size is 0 (the
+// directory exists then all the same). A write that comes up short returns true; it is counted, see
+// GetIncompleteWrites.
+bool WriteBinFile(const std::string& dir, const std::string& file_name, uint64_t address,
+                  uint64_t size);
+
+// Writes `contents` to `dir`/`file_name`, behind what is there with `append`, in its place without.
+// An empty text gives an empty file. Failures as for WriteBinFile.
+bool WriteTextFile(const std::string& dir, const std::string& file_name,
+                   const std::string& contents, bool append);
+
+// Writes that the disk did not take whole: a short write or a failed close.
+struct IncompleteWrites {
+  uint64_t count = 0;
+  std::string first_path;  // the file of the first one
+  int first_errno = 0;     // its cause
+};
+
+// What WriteBinFile and WriteTextFile could not write whole since the process started. Any thread
+// may call it.
+IncompleteWrites GetIncompleteWrites();
+
+// A file without a name in a directory of the report tree, for text that is too large to hold. It is
+// gone with the object, however the process ends.
+class ScratchFile {
+ public:
+  explicit ScratchFile(const std::string& dir);
+  ~ScratchFile();
+  ScratchFile(const ScratchFile&) = delete;
+  ScratchFile& operator=(const ScratchFile&) = delete;
+
+  // Bytes appended so far.
+  uint64_t size() const { return size_; }
+
+  // Appends `bytes` and returns how many of them the disk took; fewer count as an incomplete write.
+  size_t Append(std::string_view bytes);
+
+  // Reads up to `size` bytes at `offset` into `buffer` and returns how many; 0 on an error.
+  size_t Read(uint64_t offset, char* buffer, size_t size) const;
+
+ private:
+  const std::string path_;  // names the file in messages
+  int fd_;
+  uint64_t size_ = 0;
+};
