@@ -141,7 +141,7 @@ struct _CoreDumpAgent {
   uint32_t num_simds_per_cu;
   uint32_t num_ses;
   agent_t agent;
-  uint64_t wave_offset;  // first WaveInfo: a file offset on disk, an address in the mapping in memory
+  uint64_t wave_offset;  // first WaveInfo: a file offset on disk, an address in memory
   uint64_t wave_count;
 };
 using CoreDumpAgent = _CoreDumpAgent;
@@ -236,9 +236,9 @@ static_assert(offsetof(WaveInfo, sgprs) == 65600);
 struct CodeObjectInfo {
   uint64_t addr_loaded = 0;
   size_t size_loaded = 0;
-  char name[1024] = {};                   // its file name under codes/, terminated
-  CoreDumpAgent* AgentInfo = nullptr;     // not owned; null when no agent has the record's handle
-  std::vector<KernelInfo*> kernel_list;   // owned by the analyser
+  char name[1024] = {};                  // its file name under codes/, terminated
+  CoreDumpAgent* AgentInfo = nullptr;    // not owned; null when no agent has the record's handle
+  std::vector<KernelInfo*> kernel_list;  // owned by the analyser
 };
 
 // One region of dumped process memory.
@@ -286,10 +286,10 @@ using SEWaveMap = std::map<int, std::map<int, std::map<int, std::map<int, int>>>
 
 // ---------------------------------------------------------------------------------------------
 
-// The analyser. init() fills it from a mapped core file, dump() writes the reports; the mapping must
-// outlive it. Failures are bool results and null pointers; what fails is logged where it is noticed.
-// Everything runs on the caller's thread but the listings at the end of dump(), whose workers have
-// ended when it returns.
+// The analyser. init() fills it from a mapped core file, dump() writes the reports; the mapping
+// must outlive it. Failures are bool results and null pointers; what fails is logged where it is
+// noticed. Everything runs on the caller's thread but the listings at the end of dump(), whose
+// workers have ended when it returns.
 class CoreDumpInfo {
  public:
   CoreDumpInfo() = default;
@@ -297,8 +297,9 @@ class CoreDumpInfo {
   CoreDumpInfo(const CoreDumpInfo&) = delete;
   CoreDumpInfo& operator=(const CoreDumpInfo&) = delete;
 
-  // Tells the size of the mapping in bytes; called before init. Nothing outside [ptr, ptr + size) is
-  // read then, and every part of the file that is missing is reported. Without it nothing is limited.
+  // Tells the size of the mapping in bytes; called before init. Nothing outside [ptr, ptr + size)
+  // is read then, and every part of the file that is missing is reported. Without it nothing is
+  // limited.
   void SetImageSize(uint64_t size);
 
   // Loads the core file mapped at `ptr` and writes the code objects and the environment. Null
@@ -314,13 +315,14 @@ class CoreDumpInfo {
   CoreDumpQueue* GetQueueInfoByQueueId(uint32_t queue_id) const;
   uint32_t GetQueueIdByRing(uint64_t ring_address) const;  // 0xFFFFFFFF when none
   void GetQueueInfoByGpuId(uint32_t gpu_id, std::vector<CoreDumpQueue*>& out) const;  // appends all
-  KernelInfo* GetKernelFromList(uint64_t loaded_addr) const;         // an exact entry address
+  KernelInfo* GetKernelFromList(uint64_t loaded_addr) const;          // an exact entry address
   CodeObjectInfo* GetCodeObjectFromList(uint64_t loaded_addr) const;  // that has such a kernel
   CodeObjectInfo* GetCodeObjectByPC(uint64_t pc) const;               // whose loaded range holds pc
   static uint32_t FindGfxIp(uint16_t device_id);  // full_gfx_versions encoding; 0 when unknown
 
   // Process memory. getMemInfo copies up to `size` bytes from process address `ptr` and returns how
-  // many: never beyond the region that holds `ptr`, 0 when there is none or its snapshot is missing.
+  // many: never beyond the region that holds `ptr`, 0 when there is none or its snapshot is
+  // missing.
   bool initProcessMem();
   uint64_t getMemInfo(void* out_buffer, uint64_t size, uint64_t ptr);
 
@@ -357,8 +359,8 @@ class CoreDumpInfo {
   bool DumpAgentWaves(CoreDumpAgent* agent_info);
   bool DumpAgentActiveWaves(CoreDumpAgent* agent_info);
 
-  // Sets `dis_code` to the code around `fault_pc` and marks its code object as faulting. False, with
-  // `dis_code` untouched, when the disassembler or the code object's file is missing.
+  // Sets `dis_code` to the code around `fault_pc` and marks its code object as faulting. False,
+  // with `dis_code` untouched, when the disassembler or the code object's file is missing.
   bool DisFaultCodeObject(CoreDumpAgent* agent_info, uint64_t fault_pc, std::string& dis_code);
   void AddErrorCodeObject(CodeObjectInfo* codeInfo);
   // Writes the listing of every code object, or of the faulting ones, in a pool of threads.
@@ -372,11 +374,11 @@ class CoreDumpInfo {
   std::string rocm_dir_;
   std::string current_dir_;
   std::string mem_dir_;
-  std::vector<CoreDumpAgent*> agent_lists;           // owned
-  std::vector<CoreDumpQueue*> queue_lists;           // owned
-  std::vector<CodeObjectInfo*> code_object_lists;    // owned
-  std::vector<CodeObjectInfo*> err_code_lists;       // faulting ones, each also in code_object_lists
-  std::map<uint64_t, MemInfo> mem_info_map;          // by start address
+  std::vector<CoreDumpAgent*> agent_lists;         // owned
+  std::vector<CoreDumpQueue*> queue_lists;         // owned
+  std::vector<CodeObjectInfo*> code_object_lists;  // owned
+  std::vector<CodeObjectInfo*> err_code_lists;     // faulting ones, each also in code_object_lists
+  std::map<uint64_t, MemInfo> mem_info_map;        // by start address
   CoreDumpReasonInfo reason_info = {};
   uint32_t full_version = 0;  // major << 16 | minor << 8 | patch; 0 for the first format
 
@@ -408,14 +410,13 @@ class CoreDumpInfo {
                       std::vector<WaveStateInfo>& waves);
   SecondBank SecondVgprBank(uint32_t gfxv, bool is_dp4x, const WaveStateInfo& wave) const;
   void AppendActiveWave(bool is_dp4x, const WaveInfo& wave, std::string& info);
-  // The code around `fault_pc`, whose code object becomes a faulting one. Null when the disassembler
-  // cannot be run.
+  // The code around `fault_pc`, whose code object becomes a faulting one. Null when the
+  // disassembler cannot be run.
   const FaultWindows::Window* FaultWindow(const CoreDumpAgent& agent, uint64_t fault_pc);
 
-  void NoteSecondBankLoss(const CoreDumpAgent& agent, uint32_t queue_id,
-                          const WaveStateInfo& wave);
-  // How many of the `count` records of `record_size` bytes at `address` are wholly in the file; notes
-  // the loss when not all are.
+  void NoteSecondBankLoss(const CoreDumpAgent& agent, uint32_t queue_id, const WaveStateInfo& wave);
+  // How many of the `count` records of `record_size` bytes at `address` are wholly in the file;
+  // notes the loss when not all are.
   uint64_t WholeRecords(std::string_view what, uint64_t address, uint64_t count,
                         uint64_t record_size);
 

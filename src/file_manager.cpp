@@ -134,8 +134,7 @@ bool WriteTextFile(const std::string& dir, const std::string& file_name,
   if (dir.empty() || file_name.empty() || !CreateDirectory(dir)) {
     return false;
   }
-  return WriteWhole(dir + "/" + file_name, append ? "a+e" : "we", contents.data(),
-                    contents.size());
+  return WriteWhole(dir + "/" + file_name, append ? "a+e" : "we", contents.data(), contents.size());
 }
 
 IncompleteWrites GetIncompleteWrites() {
@@ -163,8 +162,8 @@ ScratchFile::~ScratchFile() {
 size_t ScratchFile::Append(std::string_view bytes) {
   size_t done = 0;
   while (done < bytes.size()) {
-    const ssize_t count = pwrite(fd_, bytes.data() + done, bytes.size() - done,
-                                 static_cast<off_t>(size_));
+    const ssize_t count =
+        pwrite(fd_, bytes.data() + done, bytes.size() - done, static_cast<off_t>(size_));
     if (count < 0 && errno == EINTR) {
       continue;
     }

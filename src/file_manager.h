@@ -19,11 +19,12 @@ bool IsDirectoryExist(const std::string& dir);
 // purpose, so callers pass absolute ones. False when a level cannot be made.
 bool CreateDirectory(const std::string& dir);
 
-// Copies `src_file` over `dst_file`. The destination is emptied even when the source cannot be read.
+// Copies `src_file` over `dst_file`. The destination is emptied even when the source cannot be
+// read.
 bool CopyFile(const std::string& dst_file, const std::string& src_file);
 
-// Replaces `contents` with the text of `file`. For small texts: each block of 4096 bytes ends at its
-// first zero byte.
+// Replaces `contents` with the text of `file`. For small texts: each block of 4096 bytes ends at
+// its first zero byte.
 bool ReadFile(const std::string& file, std::string& contents);
 
 // Writes the `size` bytes at memory address `address` to `dir`/`file_name`, created or replaced.
@@ -49,8 +50,8 @@ struct IncompleteWrites {
 // may call it.
 IncompleteWrites GetIncompleteWrites();
 
-// A file without a name in a directory of the report tree, for text that is too large to hold. It is
-// gone with the object, however the process ends.
+// A file without a name in a directory of the report tree, for text that is too large to hold. It
+// is gone with the object, however the process ends.
 class ScratchFile {
  public:
   explicit ScratchFile(const std::string& dir);

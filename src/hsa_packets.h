@@ -1,5 +1,5 @@
-// AQL packets as the HSA standard lays them out. Every packet is 64 bytes, little-endian, and begins
-// with a 16-bit header:
+// AQL packets as the HSA standard lays them out. Every packet is 64 bytes, little-endian, and
+// begins with a 16-bit header:
 //
 //  15  13 12     11 10     9 8       7          0
 // +------+---------+--------+-------+------------+

@@ -9,7 +9,8 @@ namespace utils {
 
 namespace {
 
-// What stands before a message of `level`: "[time stamp] Tag: ", or nothing for a level without tag.
+// What stands before a message of `level`: "[time stamp] Tag: ", or nothing for a level without
+// tag.
 std::string Prefix(LogLevel level) {
   const char* tag = "";
   switch (level) {

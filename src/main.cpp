@@ -77,13 +77,14 @@ void showVersion() { printf("version: %d.%d.%d\n", kMajor, kMinor, kPatch); }
   exit(kBadArgument);
 }
 
-// Fills the settings from the command line; always returns 0. Ends the process for --help, --version
-// and every word that it does not know or whose value is missing.
+// Fills the settings from the command line; always returns 0. Ends the process for --help,
+// --version and every word that it does not know or whose value is missing.
 int parseArguments(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     const char* word = argv[i];
     if (strcmp(word, " ") == 0) {
-      continue;  // a lone blank is no argument, on purpose: scripts leave one where a variable is empty
+      continue;  // a lone blank is no argument, on purpose: scripts leave one where a variable is
+                 // empty
     }
     if (const ValueOption* option = FindValueOption(word)) {
       if (++i >= argc) {

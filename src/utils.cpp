@@ -91,7 +91,8 @@ bool MemoryMapFile(const char* fname, void** mmap_ptr, size_t* mmap_size) {
   if (mmap_ptr == nullptr || mmap_size == nullptr) {
     return false;
   }
-  // O_NONBLOCK changes nothing for a file; it keeps a FIFO in its place from holding the run for ever.
+  // O_NONBLOCK changes nothing for a file; it keeps a FIFO in its place from holding the run for
+  // ever.
   const int fd = open(fname, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (fd < 0) {
     return false;

@@ -1,6 +1,6 @@
-// System helpers: time stamps, printf-style formatting into strings, the program's own name, mapping
-// a whole file read-only, and splitting text. None of them prints; each reports failure through its
-// result and leaves errno as the failed system call set it.
+// System helpers: time stamps, printf-style formatting into strings, the program's own name,
+// mapping a whole file read-only, and splitting text. None of them prints; each reports failure
+// through its result and leaves errno as the failed system call set it.
 #pragma once
 
 #include <sys/time.h>
@@ -31,8 +31,8 @@ void GetEnvironment(std::string& info);
 // output is null or the file cannot be opened or measured; the outputs then stay as they were.
 //
 // A mapping that the system refuses (an empty file, a directory) is a success with MAP_FAILED as
-// address: only null counts as failure here, on purpose, and callers that look at the bytes test for
-// it.
+// address: only null counts as failure here, on purpose, and callers that look at the bytes test
+// for it.
 bool MemoryMapFile(const char* fname, void** mmap_ptr, size_t* mmap_size);
 
 // True when the range was unmapped.

@@ -62,8 +62,8 @@ bool CoreDumpInfo::dumpQueue(CoreDumpQueue* queue) {
     // The low 32 bits of the two sizes, on purpose.
     text += StrFormat("\tcontext save restore total size: 0X%X\n",
                       static_cast<uint32_t>(queue->context_sr_size));
-    text += StrFormat("\tcontext stack size: 0X%X\n",
-                      static_cast<uint32_t>(queue->control_stack_size));
+    text +=
+        StrFormat("\tcontext stack size: 0X%X\n", static_cast<uint32_t>(queue->control_stack_size));
   }
   return WriteTextFile(StrFormat("%s/%u", dump_queue_dir_.c_str(), queue->queue_id), "queue", text,
                        false);

@@ -37,7 +37,8 @@ bool CoreDumpInfo::GetQueueWaveStates(CoreDumpAgent* agent_info, CoreDumpQueue* 
   }
   const std::string save_dir = StrFormat("%s/%u", dump_queue_dir_.c_str(), queue_info->queue_id);
   const Bytes area = image_.Clip(queue_info->context_offset, queue_info->context_sr_size);
-  // The raw area is written before anything is looked at, so that it is there for whatever fails next.
+  // The raw area is written before anything is looked at, so that it is there for whatever fails
+  // next.
   const bool is_lost = area.empty() && queue_info->context_sr_size != 0;
   if (!is_lost && !WriteBinFile(save_dir, "cwsr", queue_info->context_offset, area.size())) {
     return false;
@@ -118,7 +119,8 @@ bool CoreDumpInfo::DumpAgentWaves(CoreDumpAgent* agent_info) {
 
 bool CoreDumpInfo::DumpQueueWaves(const CoreDumpAgent& agent, uint32_t queue_id,
                                   std::vector<WaveStateInfo>& waves) {
-  // First the code around every faulting PC: when it cannot be had, nothing of this queue is written.
+  // First the code around every faulting PC: when it cannot be had, nothing of this queue is
+  // written.
   std::vector<const FaultWindows::Window*> windows;
   for (WaveStateInfo& wave : waves) {
     if (IsFaulting(wave)) {
@@ -139,8 +141,8 @@ bool CoreDumpInfo::DumpQueueWaves(const CoreDumpAgent& agent, uint32_t queue_id,
     return true;
   }
 
-  // Then every wave's text, made once. The count line stands in fault_info already, so that file has
-  // appeared before the queue's own.
+  // Then every wave's text, made once. The count line stands in fault_info already, so that file
+  // has appeared before the queue's own.
   const uint32_t gfxv = FindGfxIp(static_cast<uint16_t>(agent.chip_id));
   ReportFile fault_report(dump_dir_, "fault_info", ReportFile::Mode::kAppend);
   ReportFile waves_report(StrFormat("%s/%u", dump_queue_dir_.c_str(), queue_id), "waves",
@@ -185,9 +187,9 @@ bool CoreDumpInfo::DumpAgentActiveWaves(CoreDumpAgent* agent_info) {
   }
   const uint64_t address = agent_info->wave_offset;
   // The count is a signed 32-bit one wherever it is used.
-  const auto wave_count = static_cast<int>(
-      WholeRecords(StrFormat("agent %u wave records", agent_info->node_id), address,
-                   agent_info->wave_count, sizeof(WaveInfo)));
+  const auto wave_count =
+      static_cast<int>(WholeRecords(StrFormat("agent %u wave records", agent_info->node_id),
+                                    address, agent_info->wave_count, sizeof(WaveInfo)));
 
   std::string occupancy;
   if (!GenAgentOccupyInfo(reinterpret_cast<WaveInfo*>(address), wave_count, occupancy)) {

@@ -10,7 +10,7 @@
 namespace {
 
 constexpr std::array<std::string_view, 7> aql_format = {
-    "VENDOR_SPECIFIC", "INVALID",     "KERNEL_DISPATCH", "BARRIER_AND",
+    "VENDOR_SPECIFIC", "INVALID",    "KERNEL_DISPATCH", "BARRIER_AND",
     "AGENT_DISPATCH",  "BARRIER_OR", "RESERVED"};
 
 // The HSA standard names three scopes; the field has room for a fourth.
@@ -108,15 +108,16 @@ void AppendHeader(uint32_t header, uint32_t type, bool is_complete, std::string&
 
 }  // namespace
 
-uint32_t AppendAqlPacket(const unsigned char* slot, uint32_t backup_header,
-                         uint32_t full_version, std::string& out) {
+uint32_t AppendAqlPacket(const unsigned char* slot, uint32_t backup_header, uint32_t full_version,
+                         std::string& out) {
   uint32_t header = LoadU16(slot);
   bool is_complete = false;
   uint32_t aql_type = header & kTypeMask;
   if (aql_type == AQL_TYPE_INVALID) {
     // The runtime retires a packet by making its header INVALID and keeps the old one: behind the
     // ring, or at byte 48 in older core files. Where the header comes from and whether there is one
-    // are tested apart, on purpose: either source makes a packet a retired one, whatever the version.
+    // are tested apart, on purpose: either source makes a packet a retired one, whatever the
+    // version.
     const uint32_t kept_in_slot = LoadU32(slot + kRetiredHeaderOffset);
     if (backup_header != 0 || kept_in_slot != 0) {
       const bool has_backup_array = full_version > kLastVersionWithoutHeaderBackup;

@@ -6,12 +6,12 @@
 
 constexpr uint64_t kAqlPacketSize = 64;
 
-// Core files after this version have a header backup array behind each ring; in older ones the runtime
-// keeps a retired packet's header in the reserved word at byte 48.
+// Core files after this version have a header backup array behind each ring; in older ones the
+// runtime keeps a retired packet's header in the reserved word at byte 48.
 constexpr uint32_t kLastVersionWithoutHeaderBackup = 0x100FF;
 
 // Appends the header lines and the body of the packet in the 64 bytes at `slot`. `backup_header` is
 // the slot's word of the header backup array, 0 without one. Returns the packet's type, which is
 // AQL_TYPE_RESERVED for every type that has no name.
-uint32_t AppendAqlPacket(const unsigned char* slot, uint32_t backup_header,
-                         uint32_t full_version, std::string& out);
+uint32_t AppendAqlPacket(const unsigned char* slot, uint32_t backup_header, uint32_t full_version,
+                         std::string& out);

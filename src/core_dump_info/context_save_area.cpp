@@ -34,8 +34,8 @@ constexpr RegisterField kStateLds = {"", 9, 9};
 constexpr uint32_t kSgprGranule = 16;
 constexpr uint32_t kLdsGranuleDw = 128;
 
-// Hardware registers of a wave, in dwords from the first. TMA stands behind the sixteen, in the first
-// two trap temporaries.
+// Hardware registers of a wave, in dwords from the first. TMA stands behind the sixteen, in the
+// first two trap temporaries.
 enum HwReg : uint32_t {
   kM0 = 0,
   kPcLo = 1,

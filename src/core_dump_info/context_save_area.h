@@ -1,8 +1,8 @@
 // The layout of a gfx9 context save area: saved area to WaveStateInfo. The one place that knows it.
 //
-// When the GPU preempts a compute queue it saves every wavefront of the queue. The area begins with a
-// header; a control stack of 32-bit words tells which waves follow and how large they are; the waves
-// themselves are saved from the top of the area downward, in control stack order:
+// When the GPU preempts a compute queue it saves every wavefront of the queue. The area begins with
+// a header; a control stack of 32-bit words tells which waves follow and how large they are; the
+// waves themselves are saved from the top of the area downward, in control stack order:
 //
 //   area                                  ctrl_stack_offset          wave_state_offset
 //   | header |        ...                 | control stack | last wave ... first wave | ...

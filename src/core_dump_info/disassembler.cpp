@@ -67,9 +67,12 @@ std::string McpuOption(const std::string& agent_name) {
 }
 
 std::vector<std::string> Arguments(const DisassemblyJob& job, const std::string& code_object_file) {
-  std::vector<std::string> arguments = {"llvm-objdump",  "--triple=amdgcn-amd-amdhsa",
-                                        McpuOption(job.agent_name), "--disassemble",
-                                        "--source",      "--line-numbers"};
+  std::vector<std::string> arguments = {"llvm-objdump",
+                                        "--triple=amdgcn-amd-amdhsa",
+                                        McpuOption(job.agent_name),
+                                        "--disassemble",
+                                        "--source",
+                                        "--line-numbers"};
   if (job.dis_offset != kWholeObject) {
     // Not clamped at 0: the tool takes a wrapped start for one beyond every address.
     const auto offset = static_cast<uint64_t>(job.dis_offset);
@@ -81,8 +84,8 @@ std::vector<std::string> Arguments(const DisassemblyJob& job, const std::string&
 }
 
 // Starts `path` with its standard output and standard error on `output`. Nothing when it cannot be
-// executed. posix_spawn shares the parent's memory until the exec, so that a child costs the same from
-// a large process as from a small one; a fork would copy its page tables first.
+// executed. posix_spawn shares the parent's memory until the exec, so that a child costs the same
+// from a large process as from a small one; a fork would copy its page tables first.
 std::optional<pid_t> Spawn(const std::string& path, const std::vector<std::string>& arguments,
                            int output) {
   std::vector<char*> argv;
@@ -150,8 +153,8 @@ bool Disassemble(const DisassemblyJob& job, DisassemblySink& sink) {
     LogError("Can't find file: " + code_object_file);
     return false;
   }
-  // Close-on-exec: a child that another thread starts in between must not keep this pipe open, or this
-  // listing would wait for a stranger's child.
+  // Close-on-exec: a child that another thread starts in between must not keep this pipe open, or
+  // this listing would wait for a stranger's child.
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) {
     LogError("Failed to create pipe");
@@ -183,7 +186,7 @@ bool DisCodeObject(const std::string& agent_name, const std::string& code_object
                    int64_t dis_offset, std::string& dis_code, std::string rocm_dir_,
                    std::string dump_code_dir_) {
   StringSink sink(dis_code);
-  return Disassemble({agent_name, code_object_name, dis_offset, std::move(rocm_dir_),
-                      std::move(dump_code_dir_)},
-                     sink);
+  return Disassemble(
+      {agent_name, code_object_name, dis_offset, std::move(rocm_dir_), std::move(dump_code_dir_)},
+      sink);
 }

@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-// Takes a disassembly as it is made. A listing may be of any size, so whoever does not want to hold it
-// whole gives a sink of its own.
+// Takes a disassembly as it is made. A listing may be of any size, so whoever does not want to hold
+// it whole gives a sink of its own.
 class DisassemblySink {
  public:
   virtual ~DisassemblySink() = default;
@@ -25,9 +25,9 @@ struct DisassemblyJob {
 };
 
 // Runs llvm-objdump and hands the report text to `sink`: a title, then all that the child wrote to
-// its standard output and standard error; or a fixed text when the child did not exit with status 0.
-// False, with `sink` untouched, when the tool or the code object file is missing or no pipe can be
-// made. Blocks until the child is reaped. Any thread may call it; children share no pipe.
+// its standard output and standard error; or a fixed text when the child did not exit with status
+// 0. False, with `sink` untouched, when the tool or the code object file is missing or no pipe can
+// be made. Blocks until the child is reaped. Any thread may call it; children share no pipe.
 bool Disassemble(const DisassemblyJob& job, DisassemblySink& sink);
 
 // The same into a string, which is assigned.

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr size_t kHeldLimit = size_t{1} << 20;  // bytes of all windows together
+constexpr size_t kHeldLimit = size_t{1} << 20;   // bytes of all windows together
 constexpr size_t kPieceSize = size_t{64} << 10;  // of what is read back from the scratch file
 
 }  // namespace

@@ -1,8 +1,8 @@
 // The code around faulting PCs, disassembled once per distinct place.
 //
 // A hang or a fault usually stops thousands of waves at a handful of PCs, and a child process costs
-// more than a wave's whole report. The texts are held in memory up to a bound, what is beyond it in a
-// file without a name.
+// more than a wave's whole report. The texts are held in memory up to a bound, what is beyond it in
+// a file without a name.
 #pragma once
 
 #include <cstdint>

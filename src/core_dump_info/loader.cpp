@@ -106,7 +106,8 @@ bool CoreDumpInfo::init(uint64_t ptr, const char* out, const char* rocm, const c
 bool CoreDumpInfo::LoadHeader(uint64_t ptr, CoreDumpHeaderV1& header) {
   const auto too_short = [&](const char* field, size_t expected) {
     Log(utils::kLogError,
-        "[init] core file too short for its %s: found %" PRIu64 " bytes, expected %zu at offset 0\n",
+        "[init] core file too short for its %s: found %" PRIu64
+        " bytes, expected %zu at offset 0\n",
         field, image_.Available(ptr), expected);
     return false;
   };
@@ -142,8 +143,7 @@ bool CoreDumpInfo::LoadHeader(uint64_t ptr, CoreDumpHeaderV1& header) {
       }
       Log(utils::kLogInfo, "Current core dump version is v1.\n");
       dp4x_vgpr_offset = kDp4xVgprOffsetV1;
-      full_version =
-          header.version_major << 16 | header.version_minor << 8 | header.version_patch;
+      full_version = header.version_major << 16 | header.version_minor << 8 | header.version_patch;
       return true;
     default:
       Log(utils::kLogError, "[init] not supprt magic: 0x%x\n", magic);
@@ -171,8 +171,8 @@ void CoreDumpInfo::LoadReason(uint64_t address, uint64_t size) {
   if (!record.empty()) {
     memcpy(&reason_info, record.data(), record.size());
   }
-  // A report whose fields are not all there would show zero for what is absent: such a record counts
-  // as an unknown reason.
+  // A report whose fields are not all there would show zero for what is absent: such a record
+  // counts as an unknown reason.
   const bool has_report = record.size() >= sizeof(reason_info.reason) &&
                           record.size() >= BytesOfReport(reason_info.reason);
   if (!has_report || record.size() < size) {
@@ -191,8 +191,8 @@ void CoreDumpInfo::LoadAgents(uint64_t ptr, uint64_t offset, uint64_t count) {
     const uint64_t record = ptr + offset + i * sizeof(CoreDumpAgent);
     image_.Load(record, *agent);
     // A bool whose byte is neither 0 nor 1 is no value of the language: it is made one.
-    const auto dp4x = *static_cast<const unsigned char*>(
-        AsPointer(record + offsetof(CoreDumpAgent, is_dp4x)));
+    const auto dp4x =
+        *static_cast<const unsigned char*>(AsPointer(record + offsetof(CoreDumpAgent, is_dp4x)));
     agent->is_dp4x = dp4x != 0;
     agent->wave_offset += ptr;
     agent_lists.push_back(agent);
@@ -282,8 +282,8 @@ void CoreDumpInfo::WriteEnvironment(uint64_t address, uint64_t size) {
   const Bytes rest = image_.Clip(address, UINT64_MAX);
   const auto* text = reinterpret_cast<const char*>(rest.data());
   const size_t length = rest.empty() ? 0 : strnlen(text, rest.size());
-  // A text without terminator ends with the file. It is whole all the same when the file holds as much
-  // as the header says.
+  // A text without terminator ends with the file. It is whole all the same when the file holds as
+  // much as the header says.
   if (length == rest.size() && rest.size() < size) {
     damage_.Add("environment", image_.OffsetOf(address), size, rest.size());
   }

@@ -9,10 +9,10 @@
 namespace {
 
 // The geometry that the table shows is fixed; the agent's own counts are not used.
-constexpr int kEngines = 4;     // SEs
-constexpr int kArray = 0;       // the one SH that is shown
-constexpr int kUnits = 16;      // CUs of an SH
-constexpr int kSimds = 4;       // of a CU
+constexpr int kEngines = 4;  // SEs
+constexpr int kArray = 0;    // the one SH that is shown
+constexpr int kUnits = 16;   // CUs of an SH
+constexpr int kSimds = 4;    // of a CU
 constexpr int kUnitsPerBlock = 8;
 constexpr double kWaveSlots = 2560.0;  // 64 CUs of 40 slots
 

@@ -1,5 +1,5 @@
-// Packet reports as tables: one row per printed line, with its label, its field and its format. Adding
-// a line is adding a row.
+// Packet reports as tables: one row per printed line, with its label, its field and its format.
+// Adding a line is adding a row.
 #pragma once
 
 #include <array>

@@ -13,8 +13,8 @@
 
 namespace {
 
-// Tokens of an index line, separated by single blanks. The address has one character in front that is
-// skipped; the tokens that have no name here are not read.
+// Tokens of an index line, separated by single blanks. The address has one character in front that
+// is skipped; the tokens that have no name here are not read.
 constexpr size_t kAddressToken = 0;
 constexpr size_t kSizeToken = 1;
 constexpr size_t kFlagToken = 4;
@@ -44,8 +44,8 @@ MemInfo RegionOf(const IndexLine& line, const std::string& mem_dir) {
   region.addr = line.Address();
   region.size = line.Token(kSizeToken);
   region.flag = static_cast<uint32_t>(line.Token(kFlagToken));
-  region.name = mem_dir + "/" + StrFormat("0X%lX-0X%lX-%ld", region.addr,
-                                          region.addr + region.size, region.size);
+  region.name = mem_dir + "/" +
+                StrFormat("0X%lX-0X%lX-%ld", region.addr, region.addr + region.size, region.size);
   return region;
 }
 

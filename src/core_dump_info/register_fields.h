@@ -1,5 +1,5 @@
-// The bit fields of the gfx9 wave registers, as tables: label, place, and where the line breaks. The
-// labels carry their own padding. One loop prints them all.
+// The bit fields of the gfx9 wave registers, as tables: label, place, and where the line breaks.
+// The labels carry their own padding. One loop prints them all.
 #pragma once
 
 #include <array>

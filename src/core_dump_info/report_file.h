@@ -1,9 +1,9 @@
 // One report, written in chunks while it is made.
 //
-// A report is never held whole: a wave file grows with the number of waves, and first touch of fresh
-// memory costs more than formatting into memory that is warm. The text is appended to one reused
-// buffer, which goes to WriteTextFile whenever it passes kChunkSize; what lands on disk is what one
-// write would have put there.
+// A report is never held whole: a wave file grows with the number of waves, and first touch of
+// fresh memory costs more than formatting into memory that is warm. The text is appended to one
+// reused buffer, which goes to WriteTextFile whenever it passes kChunkSize; what lands on disk is
+// what one write would have put there.
 #pragma once
 
 #include <cstddef>
@@ -38,8 +38,8 @@ class ReportFile {
     append_ = false;
   }
 
-  // Writes what is left; an empty report gives an empty file. True when every write succeeded. After
-  // a failed one nothing more is written.
+  // Writes what is left; an empty report gives an empty file. True when every write succeeded.
+  // After a failed one nothing more is written.
   bool Close();
 
   // Whether anything was handed to the disk yet.

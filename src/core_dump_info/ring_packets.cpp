@@ -119,11 +119,13 @@ void CoreDumpInfo::DumpKernelArguments(const KernelInfo& kernel, uint64_t kernar
   const std::string_view name = FixedText(kernel.name);
   errno = 0;
   if (IsFileName(name)) {
-    WriteBinFile(save_dir, std::string(name) + "_args", reinterpret_cast<uint64_t>(arguments), size);
+    WriteBinFile(save_dir, std::string(name) + "_args", reinterpret_cast<uint64_t>(arguments),
+                 size);
   }
   if (!IsFileName(name) || errno == ENAMETOOLONG) {
-    damage_.Add("kernel name \"" + PrintableText(name) + "\" is no file name, arguments not written",
-                kernarg_address, size, 0);
+    damage_.Add(
+        "kernel name \"" + PrintableText(name) + "\" is no file name, arguments not written",
+        kernarg_address, size, 0);
   }
 }
 
@@ -131,7 +133,8 @@ bool CoreDumpInfo::dumpSdmaPacket(CoreDumpQueue* queue_info) {
   LogDebugQueue("dumpSdmaPacket", queue_info->queue_id);
   const std::string save_dir = StrFormat("%s/%u", dump_queue_dir_.c_str(), queue_info->queue_id);
   ReportFile packets(save_dir, "packets", ReportFile::Mode::kAppend);
-  SdmaStream stream = SdmaStreamAt(queue_info->ring_offset, static_cast<int>(queue_info->ring_size));
+  SdmaStream stream =
+      SdmaStreamAt(queue_info->ring_offset, static_cast<int>(queue_info->ring_size));
   while (stream.Next(packets.text())) {
     packets.Spill();
   }

@@ -39,14 +39,16 @@ constexpr std::array<PacketField<Packet>, 22> kFields = {{
     {"src_offset_y: ", PACKET_MEMBER(SRC_PARAMETER_1_UNION.src_offset_y), NumberFormat::kSigned},
     {"src_offset_z: ", PACKET_MEMBER(SRC_PARAMETER_2_UNION.src_offset_z), NumberFormat::kSigned},
     {"src_pitch: ", PACKET_MEMBER(SRC_PARAMETER_2_UNION.src_pitch), NumberFormat::kSigned},
-    {"src_slice_pitch: ", PACKET_MEMBER(SRC_PARAMETER_3_UNION.src_slice_pitch), NumberFormat::kSigned},
+    {"src_slice_pitch: ", PACKET_MEMBER(SRC_PARAMETER_3_UNION.src_slice_pitch),
+     NumberFormat::kSigned},
     {"dst_addr_lo: ", PACKET_MEMBER(DST_ADDR_LO_UNION.dst_addr_31_0), NumberFormat::kHex},
     {"dst_addr_hi: ", PACKET_MEMBER(DST_ADDR_HI_UNION.dst_addr_63_32), NumberFormat::kHex},
     {"dst_offset_x: ", PACKET_MEMBER(DST_PARAMETER_1_UNION.dst_offset_x), NumberFormat::kSigned},
     {"dst_offset_y: ", PACKET_MEMBER(DST_PARAMETER_1_UNION.dst_offset_y), NumberFormat::kSigned},
     {"dst_offset_z: ", PACKET_MEMBER(DST_PARAMETER_2_UNION.dst_offset_z), NumberFormat::kSigned},
     {"dst_pitch: ", PACKET_MEMBER(DST_PARAMETER_2_UNION.dst_pitch), NumberFormat::kSigned},
-    {"dst_slice_pitch: ", PACKET_MEMBER(DST_PARAMETER_3_UNION.dst_slice_pitch), NumberFormat::kSigned},
+    {"dst_slice_pitch: ", PACKET_MEMBER(DST_PARAMETER_3_UNION.dst_slice_pitch),
+     NumberFormat::kSigned},
     {"rect_x: ", PACKET_MEMBER(RECT_PARAMETER_1_UNION.rect_x), NumberFormat::kSigned},
     {"rect_y: ", PACKET_MEMBER(RECT_PARAMETER_1_UNION.rect_y), NumberFormat::kSigned},
     {"rect_z: ", PACKET_MEMBER(RECT_PARAMETER_2_UNION.rect_z), NumberFormat::kSigned},
@@ -140,8 +142,8 @@ constexpr std::array<PacketField<Packet>, 4> kFields = {{
 }};
 }  // namespace timestamp
 
-// Appends the lines of one packet type and returns its length. What of the packet lies behind the end
-// of `bytes` reads as zero.
+// Appends the lines of one packet type and returns its length. What of the packet lies behind the
+// end of `bytes` reads as zero.
 template <typename Packet, size_t N>
 size_t AppendPacket(const std::array<PacketField<Packet>, N>& fields, Bytes bytes,
                     std::string& out) {

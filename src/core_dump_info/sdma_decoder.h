@@ -9,15 +9,16 @@
 
 constexpr size_t kLongestSdmaPacket = sizeof(SDMA_PKT_COPY_LINEAR_RECT);
 
-// Walks a stream from its first byte, packet by packet, four bytes at a time over what is no packet.
+// Walks a stream from its first byte, packet by packet, four bytes at a time over what is no
+// packet.
 class SdmaStream {
  public:
-  // The stream is the first `size` bytes of `readable`. A last packet may be longer than what is left
-  // of the stream: it is read on into the bytes behind it, and as zero where `readable` ends.
+  // The stream is the first `size` bytes of `readable`. A last packet may be longer than what is
+  // left of the stream: it is read on into the bytes behind it, and as zero where `readable` ends.
   SdmaStream(Bytes readable, uint64_t size);
 
-  // Appends the next packet's index and lines and an empty line. False, with nothing appended, at the
-  // end of the stream.
+  // Appends the next packet's index and lines and an empty line. False, with nothing appended, at
+  // the end of the stream.
   bool Next(std::string& out);
 
  private:

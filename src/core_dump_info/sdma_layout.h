@@ -1,8 +1,8 @@
 // Pins every field of every SDMA packet to its bits, [high:low] of its dword, at compile time.
 //
-// The compiler allocates the fields of a dword from bit 0 up, in the order of their declaration, so a
-// field's place is the sum of the widths before it: a dword's rows, in that order, must each begin
-// where the one before ended.
+// The compiler allocates the fields of a dword from bit 0 up, in the order of their declaration, so
+// a field's place is the sum of the widths before it: a dword's rows, in that order, must each
+// begin where the one before ended.
 #pragma once
 
 #include <array>
@@ -41,13 +41,13 @@ constexpr bool FieldsFollowEachOther(const std::array<FieldBits, N>& fields) {
 }
 
 // One row; the width is the number of bits that hold once all are set.
-#define SDMA_FIELD(packet, dword, field, high, low)                    \
-  FieldBits {                                                          \
-    #packet "." #dword, high, low, [] {                                \
+#define SDMA_FIELD(packet, dword, field, high, low)                  \
+  FieldBits {                                                        \
+#packet "." #dword, high, low, [] {                                \
       packet all{};                                                    \
       --all.dword.field;                                               \
       return std::popcount(unsigned{all.dword.field});                 \
-    }()                                                                \
+    }() \
   }
 
 inline constexpr std::array kFields = {

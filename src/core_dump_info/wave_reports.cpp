@@ -126,8 +126,9 @@ bool CoreDumpInfo::GenWaveInfo(uint32_t gfxv, bool is_dp4x, WaveStateInfo* wave_
   const size_t register_stride = wave.num_vgpr_lanes * kWordSize;
   // Of a bank that the file holds only in part the rows that are there for every lane.
   const Bytes bank = SecondVgprBank(gfxv, is_dp4x, wave).bytes;
-  const auto bank_rows = register_stride == 0 ? 0 : static_cast<uint32_t>(
-      bank.size() / (register_stride * kWordsPerRow));
+  const auto bank_rows =
+      register_stride == 0 ? 0
+                           : static_cast<uint32_t>(bank.size() / (register_stride * kWordsPerRow));
   for (uint32_t lane = 0; lane < wave.num_vgpr_lanes; ++lane) {
     const size_t lane_offset = lane * kWordSize;
     AppendLaneTitle(lane, info);
@@ -168,9 +169,10 @@ void CoreDumpInfo::AppendActiveWave(bool is_dp4x, const WaveInfo& wave, std::str
   wave_text_.sgprs.Append(0, sgprs / kWordsPerRow, AsBytes(wave.sgprs), kWordSize, info);
   info += '\n';
 
-  // A dp4x agent of 32 granules or more has more registers than a lane has slots. The rows then show
-  // the next lane's slots, and the last lane's those of the SGPRs behind the VGPRs: on purpose, and
-  // inside the record, since 64 lanes of 256 slots and 1024 SGPRs hold the 512th register of lane 63.
+  // A dp4x agent of 32 granules or more has more registers than a lane has slots. The rows then
+  // show the next lane's slots, and the last lane's those of the SGPRs behind the VGPRs: on
+  // purpose, and inside the record, since 64 lanes of 256 slots and 1024 SGPRs hold the 512th
+  // register of lane 63.
   const uint32_t granule = is_dp4x ? 8 : 4;
   const uint32_t rows = (FieldValue(kVgprSize, wave.gpr_alloc) + 1) * granule / kWordsPerRow;
   const unsigned char* const vgprs = AsBytes(&wave) + offsetof(WaveInfo, vgprs);

@@ -12,8 +12,8 @@ namespace {
 constexpr uint32_t kWordsPerRow = 4;
 constexpr size_t kDigits = 8;  // of a 32-bit word
 
-// The four little-endian words at `words`, `words` + `stride` and so on, most significant byte first.
-// Loaded one by one: the words of a VGPR row lie 256 bytes apart.
+// The four little-endian words at `words`, `words` + `stride` and so on, most significant byte
+// first. Loaded one by one: the words of a VGPR row lie 256 bytes apart.
 __m128i LoadBigEndian(const unsigned char* words, size_t stride) {
   const auto word = [&](size_t i) {
     return _mm_cvtsi32_si128(static_cast<int>(__builtin_bswap32(LoadU32(words + i * stride))));
@@ -91,8 +91,7 @@ void AppendLdsRows(uint32_t rows, const unsigned char* words, std::string& out) 
     const size_t offset = size_t{row} * kWordsPerRow * sizeof(uint32_t);
     AppendHex(out, offset, 4);
     out += ':';
-    PatchDigits(word_part + 3, kLdsWordWidth,
-                LoadBigEndian(words + offset, sizeof(uint32_t)));
+    PatchDigits(word_part + 3, kLdsWordWidth, LoadBigEndian(words + offset, sizeof(uint32_t)));
     out.append(word_part, kWordsWidth);
   }
 }
