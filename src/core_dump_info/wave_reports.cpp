@@ -142,7 +142,7 @@ bool CoreDumpInfo::GenWaveInfo(uint32_t gfxv, bool is_dp4x, WaveStateInfo* wave_
 
   if (wave.lds != nullptr) {
     info += "LDS:\n\n";
-    AppendLdsRows(wave.lds_size_dw / kWordsPerRow, AsBytes(wave.lds), info);
+    wave_text_.lds.Append(wave.lds_size_dw / kWordsPerRow, AsBytes(wave.lds), info);
     info += '\n';
   }
   info += '\n';

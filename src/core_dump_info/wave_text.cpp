@@ -2,7 +2,7 @@
 
 #include <emmintrin.h>
 
-#include <cstring>
+#include <algorithm>
 
 #include "core_dump_info/core_image.h"
 #include "core_dump_info/number_text.h"
@@ -48,50 +48,75 @@ void PatchDigits(char* out, size_t step, __m128i words) {
 // A register in a row: its name right-aligned in 6 characters, ": 0X", 8 digits.
 constexpr size_t kNameWidth = 6;
 constexpr size_t kRegisterWidth = kNameWidth + 4 + kDigits;
+constexpr size_t kRegisterRowSize = 1 + kWordsPerRow * kRegisterWidth + 1;
 
-// An LDS word in a row: " 0X", 8 digits, ":".
+// An LDS word in a row: " 0X", 8 digits, ":". Its row begins with "0X", the offset and ":".
 constexpr size_t kLdsWordWidth = 3 + kDigits + 1;
+constexpr size_t kLdsRowBytes = kWordsPerRow * sizeof(uint32_t);
+constexpr uint32_t kShortOffsetRows = 0x10000 / kLdsRowBytes;
+constexpr size_t LdsOffsetWidth(size_t digits) { return 2 + digits + 1; }
+
+RowTemplate LdsTemplate(size_t offset_digits) {
+  const size_t offset_width = LdsOffsetWidth(offset_digits);
+  return RowTemplate(offset_width + kWordsPerRow * kLdsWordWidth + 1, offset_width + 3,
+                     kLdsWordWidth);
+}
+
+// Adds rows up to `rows`; the template's first one is row `first_row` of the LDS.
+void GrowLdsTemplate(RowTemplate& rows_template, uint32_t first_row, uint32_t rows) {
+  for (uint32_t row = rows_template.rows(); row < rows; ++row) {
+    AppendHex(rows_template.text(), (first_row + row) * kLdsRowBytes, 4);
+    rows_template.text() += ": 0X00000000: 0X00000000: 0X00000000: 0X00000000:\n";
+  }
+}
 
 }  // namespace
 
-void RegisterRows::MakeTemplate(uint32_t first, uint32_t rows) {
-  first_ = first;
-  rows_ = rows;
-  row_size_ = 1 + kWordsPerRow * kRegisterWidth + 1;
-  template_.clear();
-  for (uint32_t row = 0; row < rows; ++row) {
-    template_ += ' ';
-    for (uint32_t column = 0; column < kWordsPerRow; ++column) {
-      const std::string name = letter_ + std::to_string(first + row * kWordsPerRow + column);
-      template_.append(name.size() < kNameWidth ? kNameWidth - name.size() : 0, ' ');
-      template_ += name + ": 0X00000000";
+void RowTemplate::Append(uint32_t rows, const unsigned char* words, size_t stride,
+                         std::string& out) {
+  // In pieces that stay in the first-level cache from patching to appending.
+  constexpr uint32_t kRowsPerPiece = 128;
+  for (uint32_t first = 0; first < rows; first += kRowsPerPiece) {
+    const uint32_t count = std::min(kRowsPerPiece, rows - first);
+    char* const piece = text_.data() + first * row_size_;
+    char* digits = piece + first_digit_;
+    for (uint32_t row = 0; row < count; ++row) {
+      PatchDigits(digits, step_, LoadBigEndian(words, stride));
+      digits += row_size_;
+      words += kWordsPerRow * stride;
     }
-    template_ += '\n';
+    out.append(piece, count * row_size_);
   }
 }
+
+RegisterRows::RegisterRows(char letter)
+    : letter_(letter), template_(kRegisterRowSize, 1 + kRegisterWidth - kDigits, kRegisterWidth) {}
 
 void RegisterRows::Append(uint32_t first, uint32_t rows, const unsigned char* words, size_t stride,
                           std::string& out) {
-  if (first != first_ || rows != rows_) {
-    MakeTemplate(first, rows);
+  if (first != first_) {
+    first_ = first;
+    template_.text().clear();
   }
-  char* digits = template_.data() + 1 + kRegisterWidth - kDigits;
-  for (uint32_t row = 0; row < rows; ++row) {
-    PatchDigits(digits, kRegisterWidth, LoadBigEndian(words, stride));
-    digits += row_size_;
-    words += kWordsPerRow * stride;
+  for (uint32_t row = template_.rows(); row < rows; ++row) {
+    std::string& text = template_.text();
+    text += ' ';
+    for (uint32_t column = 0; column < kWordsPerRow; ++column) {
+      const std::string name = letter_ + std::to_string(first + row * kWordsPerRow + column);
+      text.append(name.size() < kNameWidth ? kNameWidth - name.size() : 0, ' ');
+      text += name + ": 0X00000000";
+    }
+    text += '\n';
   }
-  out += template_;
+  template_.Append(rows, words, stride, out);
 }
 
-void AppendLdsRows(uint32_t rows, const unsigned char* words, std::string& out) {
-  constexpr size_t kWordsWidth = kWordsPerRow * kLdsWordWidth + 1;
-  char word_part[kWordsWidth + 1] = " 0X00000000: 0X00000000: 0X00000000: 0X00000000:\n";
-  for (uint32_t row = 0; row < rows; ++row) {
-    const size_t offset = size_t{row} * kWordsPerRow * sizeof(uint32_t);
-    AppendHex(out, offset, 4);
-    out += ':';
-    PatchDigits(word_part + 3, kLdsWordWidth, LoadBigEndian(words + offset, sizeof(uint32_t)));
-    out.append(word_part, kWordsWidth);
-  }
+LdsRows::LdsRows() : short_offsets_(LdsTemplate(4)), long_offsets_(LdsTemplate(5)) {}
+
+void LdsRows::Append(uint32_t rows, const unsigned char* words, std::string& out) {
+  const uint32_t short_rows = std::min(rows, kShortOffsetRows);
+  GrowLdsTemplate(short_offsets_, 0, short_rows);
+  short_offsets_.Append(short_rows, words, sizeof(uint32_t), out);
+  GrowLdsTemplate(long_offsets_, kShortOffsetRows, rows - short_rows);
+  long_offsets_.Append(rows - short_rows, words + short_rows * kLdsRowBytes, sizeof(uint32_t), out);
 }
