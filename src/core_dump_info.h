@@ -415,13 +415,14 @@ class CoreDumpInfo {
   const FaultWindows::Window* FaultWindow(const CoreDumpAgent& agent, uint64_t fault_pc);
 
   void NoteSecondBankLoss(const CoreDumpAgent& agent, uint32_t queue_id, const WaveStateInfo& wave);
-  // How many of the `count` records of `record_size` bytes at `address` are wholly in the file;
-  // notes the loss when not all are.
+  // How many of the `count` records of `record_size` bytes at `address` are wholly in the file, but
+  // `most` at the most; notes the loss when not all are.
   uint64_t WholeRecords(std::string_view what, uint64_t address, uint64_t count,
-                        uint64_t record_size);
+                        uint64_t record_size, uint64_t most = UINT32_MAX);
 
   CoreImage image_;
   uint64_t image_size_ = UINT64_MAX;
+  uint64_t kernel_count_ = 0;  // kernels of all code objects
   DamageReport damage_;
   FaultWindows fault_windows_;
   WaveText wave_text_;

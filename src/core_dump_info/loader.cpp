@@ -23,6 +23,13 @@ constexpr uint32_t kUnknownReason = UINT32_MAX;
 
 constexpr size_t kWorkingDirectorySize = 1024;
 
+// More records than any system has. A count that a damaged file has lost would otherwise make
+// records of everything behind the table, and memory with them.
+constexpr uint64_t kMostAgents = 4096;
+constexpr uint64_t kMostQueues = 65536;
+constexpr uint64_t kMostCodeObjects = 65536;
+constexpr uint64_t kMostKernels = 262144;  // of all code objects together
+
 __attribute__((format(printf, 2, 3))) void Log(utils::LogLevel level, const char* format, ...) {
   if (utils::GetLogLevel() >= level) {
     va_list args;
@@ -152,16 +159,17 @@ bool CoreDumpInfo::LoadHeader(uint64_t ptr, CoreDumpHeaderV1& header) {
 }
 
 uint64_t CoreDumpInfo::WholeRecords(std::string_view what, uint64_t address, uint64_t count,
-                                    uint64_t record_size) {
+                                    uint64_t record_size, uint64_t most) {
   if (count == 0) {
     return 0;
   }
-  const uint64_t whole = image_.Available(address) / record_size;
+  const uint64_t whole = std::min(image_.Available(address) / record_size, most);
   if (whole >= count) {
     return count;
   }
   const uint64_t wanted = count > UINT64_MAX / record_size ? UINT64_MAX : count * record_size;
-  damage_.Add(what, image_.OffsetOf(address), wanted, image_.Available(address));
+  damage_.Add(what, image_.OffsetOf(address), wanted,
+              std::min(image_.Available(address), most * record_size));
   return whole;
 }
 
@@ -185,7 +193,8 @@ void CoreDumpInfo::LoadReason(uint64_t address, uint64_t size) {
 }
 
 void CoreDumpInfo::LoadAgents(uint64_t ptr, uint64_t offset, uint64_t count) {
-  const uint64_t whole = WholeRecords("agent table", ptr + offset, count, sizeof(CoreDumpAgent));
+  const uint64_t whole =
+      WholeRecords("agent table", ptr + offset, count, sizeof(CoreDumpAgent), kMostAgents);
   for (uint64_t i = 0; i < whole; ++i) {
     auto* agent = new CoreDumpAgent;
     const uint64_t record = ptr + offset + i * sizeof(CoreDumpAgent);
@@ -200,7 +209,8 @@ void CoreDumpInfo::LoadAgents(uint64_t ptr, uint64_t offset, uint64_t count) {
 }
 
 void CoreDumpInfo::LoadQueues(uint64_t ptr, uint64_t offset, uint64_t count) {
-  const uint64_t whole = WholeRecords("queue table", ptr + offset, count, sizeof(CoreDumpQueue));
+  const uint64_t whole =
+      WholeRecords("queue table", ptr + offset, count, sizeof(CoreDumpQueue), kMostQueues);
   for (uint64_t i = 0; i < whole; ++i) {
     auto* queue = new CoreDumpQueue;
     image_.Load(ptr + offset + i * sizeof(CoreDumpQueue), *queue);
@@ -211,11 +221,16 @@ void CoreDumpInfo::LoadQueues(uint64_t ptr, uint64_t offset, uint64_t count) {
 }
 
 bool CoreDumpInfo::LoadCodeObjects(uint64_t ptr, uint64_t offset, uint64_t count) {
-  const uint64_t whole =
-      WholeRecords("code object table", ptr + offset, count, sizeof(CoreDumpCodeObject));
+  const uint64_t whole = WholeRecords("code object table", ptr + offset, count,
+                                      sizeof(CoreDumpCodeObject), kMostCodeObjects);
   for (uint64_t i = 0; i < whole; ++i) {
     CoreDumpCodeObject record;
     image_.Load(ptr + offset + i * sizeof(CoreDumpCodeObject), record);
+    if (whole < count && record.size_elf == 0) {
+      // A record without image fails the load. Where the count is lost such a record tells instead
+      // that the table has ended.
+      return true;
+    }
     if (!LoadCodeObject(ptr, record)) {
       return false;
     }
@@ -235,8 +250,9 @@ bool CoreDumpInfo::LoadCodeObject(uint64_t ptr, const CoreDumpCodeObject& record
 
   const std::string name = code_object->name;
   const uint64_t kernels = ptr + record.kernel_offset;
-  const uint64_t whole =
-      WholeRecords(name + " kernel table", kernels, record.kernel_count, sizeof(KernelInfo));
+  const uint64_t whole = WholeRecords(name + " kernel table", kernels, record.kernel_count,
+                                      sizeof(KernelInfo), kMostKernels - kernel_count_);
+  kernel_count_ += whole;
   for (uint64_t i = 0; i < whole; ++i) {
     auto* kernel = new KernelInfo;
     image_.Load(kernels + i * sizeof(KernelInfo), *kernel);
@@ -259,7 +275,9 @@ bool CoreDumpInfo::WriteElf(uint64_t address, uint64_t size, const std::string& 
   if (elf.size() < size) {
     damage_.Add(name + " ELF image", image_.OffsetOf(address), size, elf.size());
     if (elf.empty()) {
-      return true;
+      // An empty image, on which the disassembler fails: the waves that it would hold up are
+      // reported.
+      return WriteTextFile(dump_code_dir_, name, "", false);
     }
   }
   return WriteBinFile(dump_code_dir_, name, address, elf.size());
