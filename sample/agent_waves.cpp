@@ -143,7 +143,7 @@ WaveState AgentWaves::Wave(uint64_t group, uint32_t wave) const {
   plan.dispatch_group = group / queues.size() / queues[group % queues.size()].size();
   plan.wave = wave;
   plan.pipe = static_cast<uint32_t>(group % queues.size());
-  plan.fault = group == 0 ? fault : Fault::kNone;
+  plan.fault = group < faulting_groups ? fault : Fault::kNone;
   plan.fault_address = fault_address;
   plan.trap_handler = trap_handler;
   plan.trap_memory = trap_memory;

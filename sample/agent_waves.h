@@ -13,13 +13,15 @@
 namespace sample {
 
 // Work-groups are numbered through the agent and dealt out to its queues in turn; every group has
-// kWavesPerGroup waves but for the last of a queue. The first group is the one that faults.
+// kWavesPerGroup waves but for the last of a queue. The first `faulting_groups` are those that
+// fault.
 struct AgentWaves {
   uint64_t seed = 0;  // of this agent
   WaveSize size = {};
   uint64_t second_bank_distance = 0;  // bytes from a wave's VGPRs to their upper half; 0: no such
   std::vector<std::vector<Dispatch>> queues = {};  // what is in flight on each AQL queue
   Fault fault = Fault::kNone;
+  uint64_t faulting_groups = 1;
   uint64_t fault_address = 0;
   uint64_t trap_handler = 0;
   uint64_t trap_memory = 0;

@@ -146,6 +146,7 @@ class DumpBuilder {
     scene.waves->trap_memory = addresses_.Allocate(kPage);
     if (index == 0) {
       scene.waves->fault = FaultOfFirstAgent();
+      scene.waves->faulting_groups = options_.faulting;
       scene.waves->fault_address =
           scene.buffers.front() + kFaultDistance + kPage * rng.Below(1 << 16);
     }

@@ -31,6 +31,8 @@ code objects give the same bytes on every run and machine.
                         22 MB where a second bank of VGPRs follows
   --vgprs N             vector registers a lane, 1 to 256 (default 24), rounded up to what the agent
                         can allocate
+  --faulting N          work-groups of the first agent, of up to 4 waves each, that fault where the
+                        reason makes waves fault, 0 to 10000000 (default 1)
   --code-object FILE    a code object to load on every agent; may be given several times. Program
                         counters lie at real instructions when FILE.pcs, with the extension of FILE
                         replaced, lists them; otherwise at the kernels' entries. Without this option
@@ -61,6 +63,7 @@ constexpr NumberOption kNumberOptions[] = {
     {"--waves", 0, 10'000'000, [](DumpOptions& o, uint64_t value) { o.waves = value; }},
     {"--vgprs", 1, 256,
      [](DumpOptions& o, uint64_t value) { o.vgprs = static_cast<uint32_t>(value); }},
+    {"--faulting", 0, 10'000'000, [](DumpOptions& o, uint64_t value) { o.faulting = value; }},
     {"--seed", 0, UINT64_MAX, [](DumpOptions& o, uint64_t value) { o.seed = value; }},
 };
 

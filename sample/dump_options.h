@@ -17,6 +17,7 @@ struct DumpOptions {
   uint32_t queues = 4;
   uint64_t waves = 12;
   uint32_t vgprs = 24;
+  uint64_t faulting = 1;  // work-groups, where the reason makes waves fault
   std::vector<std::string> code_objects = {};
   uint64_t seed = 1;
   bool help = false;
