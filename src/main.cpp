@@ -28,6 +28,10 @@ const char* rocm_dir = "/opt/rocm";
 const char* log_level = "error";
 bool dis_all = false;
 
+// The analyser of the run. Not a local of main, so that it is still referred to when a failed run
+// exits without deleting it.
+CoreDumpInfo* CoreDumpManager = nullptr;
+
 struct ValueOption {
   const char* long_name;
   const char* short_name;
@@ -126,7 +130,7 @@ int main(int argc, char** argv) {
   if (!MemoryMapFile(input_file, &mmap_ptr, &fsize_)) {
     ExitWithError(StrFormat("Get file handle failed: %s\n", input_file));
   }
-  auto* CoreDumpManager = new CoreDumpInfo;
+  CoreDumpManager = new CoreDumpInfo;
   // What the system refuses to map (an empty file, a directory) has no bytes to read.
   CoreDumpManager->SetImageSize(mmap_ptr == MAP_FAILED ? 0 : fsize_);
   if (!CoreDumpManager->init(reinterpret_cast<uint64_t>(mmap_ptr), output_dir, rocm_dir, mem_dir,

@@ -116,10 +116,12 @@ void SplitStr(const std::string& str, const std::string& del, std::vector<std::s
   if (str.empty() || del.empty()) {
     return;
   }
-  std::string_view rest = str;
+  // A delimiter behind the text ends its last piece. What a delimiter that overlaps itself leaves
+  // over is dropped.
+  const std::string delimited = str + del;
+  std::string_view rest = delimited;
   for (size_t pos = rest.find(del); pos != std::string_view::npos; pos = rest.find(del)) {
     out.emplace_back(StripBlanks(rest.substr(0, pos)));
     rest.remove_prefix(pos + del.size());
   }
-  out.emplace_back(StripBlanks(rest));
 }
