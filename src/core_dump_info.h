@@ -383,9 +383,9 @@ class CoreDumpInfo {
   uint32_t full_version = 0;  // major << 16 | minor << 8 | patch; 0 for the first format
 
  private:
-  // The VGPRs k + num_vgprs of a wave on a HERON agent: how many bytes they take, and those of them
-  // that are in the file. Empty on other agents.
-  struct SecondBank {
+  // A part of a wave that need not lie in its block: how many bytes it takes, and those of them
+  // that are in the file.
+  struct WavePart {
     Bytes bytes;
     uint64_t size = 0;
   };
@@ -408,13 +408,16 @@ class CoreDumpInfo {
   // Writes the wave files of one queue, whose waves it knows by `queue_id`.
   bool DumpQueueWaves(const CoreDumpAgent& agent, uint32_t queue_id,
                       std::vector<WaveStateInfo>& waves);
-  SecondBank SecondVgprBank(uint32_t gfxv, bool is_dp4x, const WaveStateInfo& wave) const;
+  // The VGPRs k + num_vgprs of a wave on a HERON agent; empty on other agents.
+  WavePart SecondVgprBank(uint32_t gfxv, bool is_dp4x, const WaveStateInfo& wave) const;
+  // The LDS that the wave shows: where that of its group lies, in the size that holds for the wave.
+  WavePart GroupLds(const WaveStateInfo& wave) const;
   void AppendActiveWave(bool is_dp4x, const WaveInfo& wave, std::string& info);
   // The code around `fault_pc`, whose code object becomes a faulting one. Null when the
   // disassembler cannot be run.
   const FaultWindows::Window* FaultWindow(const CoreDumpAgent& agent, uint64_t fault_pc);
 
-  void NoteSecondBankLoss(const CoreDumpAgent& agent, uint32_t queue_id, const WaveStateInfo& wave);
+  void NoteWaveLoss(uint32_t queue_id, const char* what, const WavePart& part);
   // How many of the `count` records of `record_size` bytes at `address` are wholly in the file, but
   // `most` at the most; notes the loss when not all are.
   uint64_t WholeRecords(std::string_view what, uint64_t address, uint64_t count,
@@ -423,6 +426,7 @@ class CoreDumpInfo {
   CoreImage image_;
   uint64_t image_size_ = UINT64_MAX;
   uint64_t kernel_count_ = 0;  // kernels of all code objects
+  uint64_t wave_count_ = 0;    // waves held for the agent whose queues are being read
   DamageReport damage_;
   FaultWindows fault_windows_;
   WaveText wave_text_;

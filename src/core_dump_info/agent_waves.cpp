@@ -15,6 +15,10 @@ namespace {
 // TRAPSTS bits 8 and 11: either makes a wave a faulting one.
 constexpr uint32_t kTrapStsFault = 0x900;
 
+// How many waves of an agent any file may have. Areas share no bytes, so a larger file has no more
+// of them than fit into it; a damaged one may name the same area in thousands of queues.
+constexpr uint64_t kMostWaves = 262144;
+
 bool IsFaulting(const WaveStateInfo& wave) { return (wave.regs.trapsts & kTrapStsFault) != 0; }
 
 void LogError(const char* message) {
@@ -63,6 +67,12 @@ bool CoreDumpInfo::GetQueueWaveStates(CoreDumpAgent* agent_info, CoreDumpQueue* 
     return false;
   }
   std::vector<WaveStateInfo>& waves = queues_waves[queue_info->queue_id];
+  const uint64_t most = std::max(kMostWaves, image_size_ / kSmallestWaveSize);
+  if (saved.waves.size() > most - wave_count_) {
+    damage_.Add(what + ", more waves than the file has room for", file_offset, area.size(), 0);
+    return true;
+  }
+  wave_count_ += saved.waves.size();
   waves.insert(waves.end(), saved.waves.begin(), saved.waves.end());
   if (saved.verdict == ContextSaveArea::Verdict::kSizeCheckFailed) {
     LogError("Context save size check fail\n");
@@ -90,6 +100,7 @@ bool CoreDumpInfo::DumpAgentWaves(CoreDumpAgent* agent_info) {
     utils::Print(utils::kLogDebug, "%s gfx version: 0x%x\n", __func__, gfxv);
   }
   QueueWaveMap queues_waves;
+  wave_count_ = 0;
   if (!GetQueuesWaveStates(agent_info, queues_waves)) {
     LogError("get queue wave states failed\n");
     return false;
@@ -151,7 +162,8 @@ bool CoreDumpInfo::DumpQueueWaves(const CoreDumpAgent& agent, uint32_t queue_id,
   text = StrFormat("Total waves count: %zu\n", waves.size());
   auto window = windows.begin();
   for (WaveStateInfo& wave : waves) {
-    NoteSecondBankLoss(agent, queue_id, wave);
+    NoteWaveLoss(queue_id, "second VGPR bank", SecondVgprBank(gfxv, agent.is_dp4x, wave));
+    NoteWaveLoss(queue_id, "LDS", GroupLds(wave));
     const size_t wave_begin = text.size();
     GenWaveInfo(gfxv, agent.is_dp4x, &wave, text);
     if (IsFaulting(wave)) {
@@ -166,14 +178,11 @@ bool CoreDumpInfo::DumpQueueWaves(const CoreDumpAgent& agent, uint32_t queue_id,
   return fault_written && waves_report.Close();
 }
 
-void CoreDumpInfo::NoteSecondBankLoss(const CoreDumpAgent& agent, uint32_t queue_id,
-                                      const WaveStateInfo& wave) {
-  const uint32_t gfxv = FindGfxIp(static_cast<uint16_t>(agent.chip_id));
-  const SecondBank bank = SecondVgprBank(gfxv, agent.is_dp4x, wave);
-  if (bank.bytes.size() < bank.size) {
-    damage_.Add(StrFormat("queue %u second VGPR bank of a wave", queue_id),
-                image_.OffsetOf(reinterpret_cast<uint64_t>(bank.bytes.data())), bank.size,
-                bank.bytes.size());
+void CoreDumpInfo::NoteWaveLoss(uint32_t queue_id, const char* what, const WavePart& part) {
+  if (part.bytes.size() < part.size) {
+    damage_.Add(StrFormat("queue %u %s of a wave", queue_id, what),
+                image_.OffsetOf(reinterpret_cast<uint64_t>(part.bytes.data())), part.size,
+                part.bytes.size());
   }
 }
 

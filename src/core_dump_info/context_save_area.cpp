@@ -127,18 +127,18 @@ class Walk {
         wave_area_(header.wave_state_offset),
         result_(result) {}
 
-  // False when the blocks have come to the start of the area: none of the rest can be there.
-  bool Step(uint32_t relaunch) {
+  void Step(uint32_t relaunch) {
     switch (relaunch & kKindMask) {
       case kStateRecord:
         sizes_.vgprs_size_dw = (FieldValue(kStateVgprs, relaunch) + 1) * vgpr_granule_;
         sizes_.sgprs_size_dw = FieldValue(kStateSgprs, relaunch) * kSgprGranule;
         sizes_.lds_size_dw = FieldValue(kStateLds, relaunch) * kLdsGranuleDw;
-        return true;
+        break;
       case kWaveRecord:
-        return TakeWave((relaunch & kFirstWaveInGroup) != 0);
+        TakeWave((relaunch & kFirstWaveInGroup) != 0);
+        break;
       default:
-        return true;
+        break;
     }
   }
 
@@ -148,13 +148,13 @@ class Walk {
   // Notes the waves that are not there as one loss.
   void ReportLostWaves() {
     if (lost_waves_ > 0) {
-      first_lost_.what = StrFormat("%lu lost, first wave", lost_waves_);
+      first_lost_.what = StrFormat("waves lost: %lu, the first", lost_waves_);
       result_.losses.push_back(first_lost_);
     }
   }
 
  private:
-  bool TakeWave(bool first_in_group) {
+  void TakeWave(bool first_in_group) {
     const BlockLayout layout(sizes_, first_in_group);
     const auto size = static_cast<int64_t>(layout.wave_area_size * kWordSize);
     wave_area_ -= size;
@@ -164,7 +164,7 @@ class Walk {
         lds_ = nullptr;
       }
       LoseWave(size);
-      return wave_area_ >= 0;
+      return;
     }
     const unsigned char* block = area_.data() + wave_area_;
     // The LDS of a work-group is saved once, with its first wave; the others share it.
@@ -172,7 +172,6 @@ class Walk {
       lds_ = sizes_.lds_size_dw != 0 ? Dwords(block, layout.lds_offset) : nullptr;
     }
     result_.waves.push_back(ReadWave(block, layout, sizes_, lds_));
-    return true;
   }
 
   void LoseWave(int64_t size) {
@@ -230,9 +229,7 @@ ContextSaveArea ReadContextSaveArea(Bytes area, uint32_t vgpr_granule) {
   Walk walk(area, header, vgpr_granule, result);
   const size_t ctl_stack_ndw = stack.size() / kWordSize;
   for (size_t idx = kPreambleWords; idx < ctl_stack_ndw; ++idx) {
-    if (!walk.Step(LoadU32(stack.data() + idx * kWordSize))) {
-      break;
-    }
+    walk.Step(LoadU32(stack.data() + idx * kWordSize));
   }
   walk.ReportLostWaves();
 

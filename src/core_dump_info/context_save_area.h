@@ -24,6 +24,9 @@ struct context_save_area_header_t {
   uint32_t wave_state_size;    // bytes
 };
 
+// A wave without VGPRs, SGPRs and LDS: hardware registers, trap temporaries and an unused part.
+constexpr uint64_t kSmallestWaveSize = (16 + 16 + 16) * sizeof(uint32_t);
+
 // How many VGPRs a lane saves per unit of the state record's VGPR field.
 uint32_t VgprGranule(bool is_dp4x, uint32_t gfxv);
 

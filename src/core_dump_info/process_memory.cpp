@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "core_dump_info.h"
 #include "logger.h"
@@ -19,10 +20,17 @@ constexpr size_t kAddressToken = 0;
 constexpr size_t kSizeToken = 1;
 constexpr size_t kFlagToken = 4;
 constexpr size_t kGpuIdToken = 5;
+constexpr size_t kTokens = 6;  // what is behind them is not even split: a line may have any number
 
 class IndexLine {
  public:
-  explicit IndexLine(const std::string& line) { SplitStr(line, " ", tokens_); }
+  explicit IndexLine(const std::string& line) {
+    size_t end = line.find(' ');
+    for (size_t token = 1; token < kTokens && end != std::string::npos; ++token) {
+      end = line.find(' ', end + 1);
+    }
+    SplitStr(line.substr(0, end), " ", tokens_);
+  }
 
   uint64_t Address() const {
     const std::string& token = tokens_.at(kAddressToken);
@@ -37,6 +45,32 @@ class IndexLine {
   static uint64_t Number(const char* text) { return strtoull(text, nullptr, 0); }
 
   std::vector<std::string> tokens_;
+};
+
+// The lines of the index. A short line ends the run by an exception, which closes what is open here.
+class IndexFile {
+ public:
+  explicit IndexFile(const std::string& path) : file_(fopen(path.c_str(), "re"), &fclose) {}
+  ~IndexFile() { free(buffer_); }
+  IndexFile(const IndexFile&) = delete;
+  IndexFile& operator=(const IndexFile&) = delete;
+
+  bool IsOpen() const { return file_ != nullptr; }
+
+  // False at the end of the file.
+  bool Next(std::string& line) {
+    const ssize_t length = getline(&buffer_, &capacity_, file_.get());
+    if (length == -1) {
+      return false;
+    }
+    line.assign(buffer_, static_cast<size_t>(length));
+    return true;
+  }
+
+ private:
+  std::unique_ptr<FILE, int (*)(FILE*)> file_;
+  char* buffer_ = nullptr;
+  size_t capacity_ = 0;
 };
 
 MemInfo RegionOf(const IndexLine& line, const std::string& mem_dir) {
@@ -56,18 +90,15 @@ bool CoreDumpInfo::initProcessMem() {
     utils::Print(utils::kLogInfo, "CoreDump init process mem.\n");
   }
   const std::string path = mem_dir_ + "/process_mem_info";
-  FILE* index = fopen(path.c_str(), "re");
-  if (index == nullptr) {
+  IndexFile index(path);
+  if (!index.IsOpen()) {
     if (utils::GetLogLevel() >= utils::kLogWarning) {
       utils::Print(utils::kLogWarning, "Can not Open: %s.\n", path.c_str());
     }
     return false;
   }
-  char* buffer = nullptr;
-  size_t capacity = 0;
-  ssize_t length;
-  while ((length = getline(&buffer, &capacity, index)) != -1) {
-    const std::string line(buffer, static_cast<size_t>(length));
+  std::string line;
+  while (index.Next(line)) {
     if (line.find("alloc") != std::string::npos) {
       MemInfo region = RegionOf(IndexLine(line), mem_dir_);
       const uint64_t addr = region.addr;
@@ -79,8 +110,6 @@ bool CoreDumpInfo::initProcessMem() {
       mem_info_map[tokens.Address()].gpu_ids.push_back(gpu_id);
     }
   }
-  free(buffer);
-  fclose(index);
   return true;
 }
 

@@ -89,8 +89,8 @@ void AppendLaneTitle(uint32_t lane, std::string& out) {
 
 }  // namespace
 
-CoreDumpInfo::SecondBank CoreDumpInfo::SecondVgprBank(uint32_t gfxv, bool is_dp4x,
-                                                      const WaveStateInfo& wave) const {
+CoreDumpInfo::WavePart CoreDumpInfo::SecondVgprBank(uint32_t gfxv, bool is_dp4x,
+                                                    const WaveStateInfo& wave) const {
   if (!is_dp4x || gfxv != GFX_VERSION_HERON) {
     return {};
   }
@@ -99,6 +99,16 @@ CoreDumpInfo::SecondBank CoreDumpInfo::SecondVgprBank(uint32_t gfxv, bool is_dp4
       reinterpret_cast<uint64_t>(wave.vgprs) + (dp4x_vgpr_offset & ~uint64_t{kWordSize - 1});
   const uint64_t size = registers * wave.num_vgpr_lanes * kWordSize;
   return {image_.Clip(address, size), size};
+}
+
+CoreDumpInfo::WavePart CoreDumpInfo::GroupLds(const WaveStateInfo& wave) const {
+  if (wave.lds == nullptr) {
+    return {};
+  }
+  // A state record between a group's first wave and this one changes the size but not the place, so
+  // the end may lie anywhere.
+  const uint64_t size = wave.lds_size_dw * kWordSize;
+  return {image_.Clip(reinterpret_cast<uint64_t>(wave.lds), size), size};
 }
 
 bool CoreDumpInfo::GenWaveInfo(uint32_t gfxv, bool is_dp4x, WaveStateInfo* wave_state,
@@ -142,7 +152,9 @@ bool CoreDumpInfo::GenWaveInfo(uint32_t gfxv, bool is_dp4x, WaveStateInfo* wave_
 
   if (wave.lds != nullptr) {
     info += "LDS:\n\n";
-    wave_text_.lds.Append(wave.lds_size_dw / kWordsPerRow, AsBytes(wave.lds), info);
+    const Bytes lds = GroupLds(wave).bytes;
+    const auto lds_rows = static_cast<uint32_t>(lds.size() / (kWordsPerRow * kWordSize));
+    wave_text_.lds.Append(lds_rows, lds.data(), info);
     info += '\n';
   }
   info += '\n';
