@@ -1,0 +1,9 @@
+Code Object:
+--triple=amdgcn-amd-amdhsa
+--mcpu=gfx906
+--disassemble
+--source
+--line-numbers
+code_object_0
+0000000000001000 <vector_add>:
+	s_endpgm  // 000000001000: BF810000
