@@ -298,8 +298,8 @@ class CoreDumpInfo {
   CoreDumpInfo& operator=(const CoreDumpInfo&) = delete;
 
   // Tells the size of the mapping in bytes; called before init. Nothing outside [ptr, ptr + size)
-  // is read then, and every part of the file that is missing is reported. Without it nothing is
-  // limited.
+  // is read then, and every part of the file that is missing is reported. Without it the file's
+  // offsets and sizes are believed.
   void SetImageSize(uint64_t size);
 
   // Loads the core file mapped at `ptr` and writes the code objects and the environment. Null
@@ -400,7 +400,8 @@ class CoreDumpInfo {
   bool WriteCodeObjectInfo(const CodeObjectInfo& code_object);
   void WriteEnvironment(uint64_t address, uint64_t size);
 
-  void DumpKernelArguments(const KernelInfo& kernel, uint64_t kernarg_address,
+  // Writes the argument block of the dispatch at address `packet`.
+  void DumpKernelArguments(const KernelInfo& kernel, uint64_t packet, uint64_t kernarg_address,
                            const std::string& save_dir);
   SdmaStream SdmaStreamAt(uint64_t address, int size) const;
   bool WriteRing(const CoreDumpQueue& queue, const std::string& save_dir, const char* file_name);

@@ -27,12 +27,21 @@ void CountIncompleteWrite(const std::string& path, int cause) {
   }
 }
 
+// A file or directory that a full disk does not even let begin is an incomplete write. Other causes
+// are the caller's to report.
+void CountWhenDiskIsFull(const std::string& path, int cause) {
+  if (cause == ENOSPC || cause == EDQUOT) {
+    CountIncompleteWrite(path, cause);
+  }
+}
+
 // Opens `path` with `mode`, writes `size` bytes in one call and closes. False only when the file
 // cannot be opened: what the disk does not take is counted, so that the run goes on and says so at
 // its end.
 bool WriteWhole(const std::string& path, const char* mode, const void* bytes, size_t size) {
   FILE* file = fopen(path.c_str(), mode);
   if (file == nullptr) {
+    CountWhenDiskIsFull(path, errno);
     return false;
   }
   int cause = 0;
@@ -70,6 +79,7 @@ bool CreateDirectory(const std::string& dir) {
     path += '/';
     path += piece;
     if (!IsDirectoryExist(path) && mkdir(path.c_str(), 0777) != 0 && errno != EEXIST) {
+      CountWhenDiskIsFull(path, errno);
       return false;
     }
   }

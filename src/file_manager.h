@@ -39,7 +39,8 @@ bool WriteBinFile(const std::string& dir, const std::string& file_name, uint64_t
 bool WriteTextFile(const std::string& dir, const std::string& file_name,
                    const std::string& contents, bool append);
 
-// Writes that the disk did not take whole: a short write or a failed close.
+// Writes that the disk did not take whole: a short write, a failed close, or a file or directory
+// that a full disk did not let begin.
 struct IncompleteWrites {
   uint64_t count = 0;
   std::string first_path;  // the file of the first one

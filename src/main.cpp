@@ -28,10 +28,6 @@ const char* rocm_dir = "/opt/rocm";
 const char* log_level = "error";
 bool dis_all = false;
 
-// The analyser of the run. Not a local of main, so that it is still referred to when a failed run
-// exits without deleting it.
-CoreDumpInfo* CoreDumpManager = nullptr;
-
 struct ValueOption {
   const char* long_name;
   const char* short_name;
@@ -120,6 +116,10 @@ int parseArguments(int argc, char** argv) {
 }
 
 }  // namespace
+
+// The analyser of the run. Neither a local of main nor of this file alone, so that it is still
+// referred to when a failed run exits without deleting it: a leak checker would take it for lost.
+CoreDumpInfo* CoreDumpManager = nullptr;
 
 int main(int argc, char** argv) {
   parseArguments(argc, argv);

@@ -2,13 +2,11 @@
 // the text itself has tests of its own.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstdint>
-#include <cstring>
 #include <deque>
 #include <filesystem>
-#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "captured_output.h"
@@ -217,7 +215,7 @@ class AgentWavesTest : public testing::Test {
 
   CoreDumpAgent* AddAgent(const std::string& name, uint32_t gpu_id, uint32_t node_id) {
     auto* agent = new CoreDumpAgent();
-    strcpy(agent->name, name.c_str());
+    name.copy(agent->name, sizeof(agent->name) - 1);
     agent->gpu_id = gpu_id;
     agent->node_id = node_id;
     agent->chip_id = 0x5001;
@@ -226,7 +224,7 @@ class AgentWavesTest : public testing::Test {
 
   void AddCodeObject(const std::string& name, uint64_t addr_loaded) {
     auto* code_object = new CodeObjectInfo();
-    strcpy(code_object->name, name.c_str());
+    name.copy(code_object->name, sizeof(code_object->name) - 1);
     code_object->addr_loaded = addr_loaded;
     code_object->size_loaded = 0x1000;
     analyser_.code_object_lists.push_back(code_object);
@@ -510,7 +508,7 @@ TEST_F(AgentWavesTest, WavesAreShownForTheChipOfTheAgent) {
   group.state = sample::StateRecord(4, 4, 0, 0);
   group.vgpr_count = 4;
   group.waves.resize(1);
-  group.waves[0].vgprs.assign(4 * 64, 0xAB);
+  group.waves[0].vgprs.assign(256, 0xAB);
   sample::ContextArea area;
   area.groups = {group};
   AddQueueWithArea(7, sample::ContextAreaBytes(area));

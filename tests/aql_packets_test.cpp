@@ -44,9 +44,9 @@ class AqlPacketTest : public testing::Test {
     return info;
   }
 
-  void AddKernel(const char* object_name, uint64_t address, const std::string& kernel_name) {
+  void AddKernel(const std::string& object_name, uint64_t address, const std::string& kernel_name) {
     auto* object = new CodeObjectInfo;
-    strcpy(object->name, object_name);
+    memcpy(object->name, object_name.data(), object_name.size());
     auto* kernel = new KernelInfo{};
     kernel->loaded_addr = address;
     memcpy(kernel->name, kernel_name.data(), kernel_name.size());

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "captured_output.h"
@@ -512,7 +513,7 @@ TEST(ContextSaveAreaTest, AnAreaShorterThanItsHeaderHasNoHeader) {
 // The first wave lies on top, so it is the one that a cut takes.
 TEST(ContextSaveAreaTest, OfACutAreaTheWholeWavesAreKept) {
   std::string area = AreaOf({Group(4, 0, 0, 2)});
-  const size_t block = (256 + 48) * 4;
+  const size_t block = size_t{256 + 48} * 4;
   area.resize(area.size() - 10);
   const ContextSaveArea saved = Read(area);
   EXPECT_EQ(saved.verdict, Verdict::kDamaged);
@@ -646,7 +647,7 @@ TEST_F(QueueWaveStatesTest, AQueueWithoutWavesHasAnEmptyEntry) {
 }
 
 TEST_F(QueueWaveStatesTest, ReadTwiceAQueueHasItsWavesTwice) {
-  const std::string area = TwoWavesWithLds();
+  const std::string& area = TwoWavesWithLds();
   CoreDumpQueue* queue = AddQueue(7, area);
   EXPECT_TRUE(analyser_.GetQueueWaveStates(&agent_, queue, waves_));
   EXPECT_TRUE(analyser_.GetQueueWaveStates(&agent_, queue, waves_));
@@ -656,7 +657,7 @@ TEST_F(QueueWaveStatesTest, ReadTwiceAQueueHasItsWavesTwice) {
 }
 
 TEST_F(QueueWaveStatesTest, WithoutAnAgentNothingIsRead) {
-  const std::string area = TwoWavesWithLds();
+  const std::string& area = TwoWavesWithLds();
   CoreDumpQueue* queue = AddQueue(7, area);
   EXPECT_EQ(Errors([&] { EXPECT_FALSE(analyser_.GetQueueWaveStates(nullptr, queue, waves_)); }),
             "[time] Error: invalid args for agent info or queue info.\n");
@@ -671,7 +672,7 @@ TEST_F(QueueWaveStatesTest, WithoutAQueueNothingIsRead) {
 }
 
 TEST_F(QueueWaveStatesTest, AnAreaThatCannotBeWrittenFailsInSilence) {
-  const std::string area = TwoWavesWithLds();
+  const std::string& area = TwoWavesWithLds();
   WriteText(dir_.Path("queues"), "a file where the directory should be");
   CoreDumpQueue* queue = AddQueue(7, area);
   EXPECT_EQ(Errors([&] { EXPECT_FALSE(analyser_.GetQueueWaveStates(&agent_, queue, waves_)); }),
@@ -768,7 +769,7 @@ TEST_F(QueueWaveStatesTest, AnAgentWithoutQueuesHasNoWaves) {
 }
 
 TEST_F(QueueWaveStatesTest, OnlyAqlQueuesOfTheAgentAreRead) {
-  const std::string area = TwoWavesWithLds();
+  const std::string& area = TwoWavesWithLds();
   AddQueue(1, area, QUEUE_TYPE_COMPUTE);
   AddQueue(2, area, QUEUE_TYPE_SDMA);
   AddQueue(3, area, QUEUE_TYPE_COMPUTE_AQL);
@@ -784,7 +785,7 @@ TEST_F(QueueWaveStatesTest, OnlyAqlQueuesOfTheAgentAreRead) {
 }
 
 TEST_F(QueueWaveStatesTest, QueuesBehindAFailureAreNotRead) {
-  const std::string good = TwoWavesWithLds();
+  const std::string& good = TwoWavesWithLds();
   std::string bad = good;
   sample::PutU32(bad, 0, 20);
   AddQueue(9, good);
@@ -798,7 +799,7 @@ TEST_F(QueueWaveStatesTest, QueuesBehindAFailureAreNotRead) {
 }
 
 TEST_F(QueueWaveStatesTest, QueuesWithOneIdShareTheirEntry) {
-  const std::string area = TwoWavesWithLds();
+  const std::string& area = TwoWavesWithLds();
   AddQueue(7, area);
   AddQueue(7, area);
   EXPECT_TRUE(analyser_.GetQueuesWaveStates(&agent_, waves_));

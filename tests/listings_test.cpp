@@ -6,13 +6,13 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <set>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "captured_output.h"
@@ -45,7 +45,7 @@ class ListingsTest : public testing::Test {
 
   CoreDumpAgent* AddAgent(const std::string& name) {
     auto* agent = new CoreDumpAgent();
-    strcpy(agent->name, name.c_str());
+    name.copy(agent->name, sizeof(agent->name) - 1);
     return analyser_.agent_lists.emplace_back(agent);
   }
 
@@ -54,9 +54,10 @@ class ListingsTest : public testing::Test {
     auto* code_object = new CodeObjectInfo();
     code_object->addr_loaded = 0x7F0000000000 + 0x1000 * index;
     code_object->size_loaded = 0x1000;
-    strcpy(code_object->name, ("code_object_" + std::to_string(index)).c_str());
+    const std::string name = "code_object_" + std::to_string(index);
+    name.copy(code_object->name, sizeof(code_object->name) - 1);
     code_object->AgentInfo = analyser_.agent_lists[0];
-    WriteText(codes_ + "/" + code_object->name, "elf");
+    WriteText(codes_ + "/" + name, "elf");
     return analyser_.code_object_lists.emplace_back(code_object);
   }
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -82,6 +83,9 @@ struct BadNumber {
   const char* value;
   const char* range;
 };
+
+// Names the row in test listings, where its bytes would stand otherwise.
+void PrintTo(const BadNumber& bad, std::ostream* out) { *out << bad.name; }
 
 class TalvexSampleNumbers : public testing::TestWithParam<BadNumber> {};
 

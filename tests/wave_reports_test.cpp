@@ -612,7 +612,7 @@ TEST_P(VgprCountTest, SavedRegistersAreReadRegisterByRegister) {
 INSTANTIATE_TEST_SUITE_P(Counts, VgprCountTest, testing::Values(0, 1, 3, 4, 6, 8, 100, 256, 512));
 
 TEST_F(WaveReportTest, FewerThanFourVgprsAreLaneTitlesAlone) {
-  const std::vector<uint32_t> vgprs(3 * 2, 7);
+  const std::vector<uint32_t> vgprs(6, 7);
   wave_.num_vgprs = 3;
   wave_.num_vgpr_lanes = 2;
   wave_.vgprs = vgprs.data();
@@ -621,9 +621,9 @@ TEST_F(WaveReportTest, FewerThanFourVgprsAreLaneTitlesAlone) {
 }
 
 // Two lanes of four VGPRs, the second bank 32 bytes behind the first.
-class SecondBankTest : public WaveReportTest {
+class SecondVgprBankTest : public WaveReportTest {
  protected:
-  SecondBankTest() {
+  SecondVgprBankTest() {
     wave_.num_vgprs = 4;
     wave_.num_vgpr_lanes = 2;
     wave_.vgprs = words_.data();
@@ -652,23 +652,23 @@ constexpr char kFirstBank[] =
     "\n"
     "\n";
 
-TEST_F(SecondBankTest, HeronAgentsWithDp4xHaveIt) {
+TEST_F(SecondVgprBankTest, HeronAgentsWithDp4xHaveIt) {
   EXPECT_EQ(FromFirstLane(Saved(GFX_VERSION_HERON, true)), kBothBanks);
 }
 
-TEST_F(SecondBankTest, TheLowBitsOfTheOffsetAreCleared) {
+TEST_F(SecondVgprBankTest, TheLowBitsOfTheOffsetAreCleared) {
   analyser_.dp4x_vgpr_offset = 32 + 3;
   EXPECT_EQ(FromFirstLane(Saved(GFX_VERSION_HERON, true)), kBothBanks);
 }
 
-TEST_F(SecondBankTest, OtherAgentsDoNotHaveIt) {
+TEST_F(SecondVgprBankTest, OtherAgentsDoNotHaveIt) {
   EXPECT_EQ(FromFirstLane(Saved(GFX_VERSION_HERON, false)), kFirstBank);
   for (const uint32_t gfxv : {0u, 0x90006u, 0x90206u, 0x90208u, 0x90306u, 0x90308u}) {
     EXPECT_EQ(FromFirstLane(Saved(gfxv, true)), kFirstBank) << gfxv;
   }
 }
 
-TEST_F(SecondBankTest, ItsRegistersAreNumberedFromTheCount) {
+TEST_F(SecondVgprBankTest, ItsRegistersAreNumberedFromTheCount) {
   wave_.num_vgprs = 6;
   EXPECT_EQ(FromFirstLane(Saved(GFX_VERSION_HERON, true)),
             "Lane 0\n"
@@ -681,15 +681,15 @@ TEST_F(SecondBankTest, ItsRegistersAreNumberedFromTheCount) {
             "\n");
 }
 
-TEST_F(SecondBankTest, OfSixtyFourLanes) {
-  std::vector<uint32_t> words(2 * 256 * 64);
+TEST_F(SecondVgprBankTest, OfSixtyFourLanes) {
+  std::vector<uint32_t> words(32768);
   for (uint32_t i = 0; i < words.size(); ++i) {
     words[i] = i;
   }
   wave_.num_vgprs = 256;
   wave_.num_vgpr_lanes = 64;
   wave_.vgprs = words.data();
-  analyser_.dp4x_vgpr_offset = 256 * 64 * 4;
+  analyser_.dp4x_vgpr_offset = 65536;
   std::string lanes;
   for (uint32_t lane = 0; lane < 64; ++lane) {
     lanes += StrFormat("Lane %u\n", lane);

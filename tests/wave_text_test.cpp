@@ -15,17 +15,25 @@
 
 namespace {
 
+constexpr size_t kLanes = 64;
+constexpr size_t kWordSize = 4;
+constexpr size_t kVgprStride = kLanes * kWordSize;
+
 // A copy of `words` in a block of exactly their size behind `misalignment` bytes, so that the
 // sanitizers see every read beside them.
 class ExactWords {
  public:
   explicit ExactWords(const std::vector<uint32_t>& words, size_t misalignment = 0)
-      : misalignment_(misalignment), bytes_(new unsigned char[misalignment + 4 * words.size()]) {
-    std::copy_n(reinterpret_cast<const unsigned char*>(words.data()), 4 * words.size(),
+      : misalignment_(misalignment),
+        bytes_(new unsigned char[misalignment + kWordSize * words.size()]) {
+    std::copy_n(reinterpret_cast<const unsigned char*>(words.data()), kWordSize * words.size(),
                 bytes_.get() + misalignment_);
   }
 
-  const unsigned char* data() const { return bytes_.get() + misalignment_; }
+  // Where the words from `first` on lie.
+  const unsigned char* data(size_t first = 0) const {
+    return bytes_.get() + misalignment_ + kWordSize * first;
+  }
 
  private:
   size_t misalignment_;
@@ -72,7 +80,7 @@ TEST(RegisterRowsTest, OneRow) {
   const ExactWords words({0x0123ABCD, 0, 0xFFFFFFFF, 0x00000009});
   RegisterRows rows('v');
   std::string text;
-  rows.Append(0, 1, words.data(), 4, text);
+  rows.Append(0, 1, words.data(), kWordSize, text);
   EXPECT_EQ(text, "     v0: 0X0123ABCD    v1: 0X00000000    v2: 0XFFFFFFFF    v3: 0X00000009\n");
 }
 
@@ -87,7 +95,7 @@ TEST(RegisterRowsTest, RowsAreAppended) {
   const ExactWords words({1, 2, 3, 4});
   RegisterRows rows('s');
   std::string text = "before\n";
-  rows.Append(0, 1, words.data(), 4, text);
+  rows.Append(0, 1, words.data(), kWordSize, text);
   EXPECT_EQ(text,
             "before\n"
             "     s0: 0X00000001    s1: 0X00000002    s2: 0X00000003    s3: 0X00000004\n");
@@ -104,7 +112,7 @@ TEST(RegisterRowsTest, EveryDigitAtEveryPlace) {
   const ExactWords exact(words);
   RegisterRows rows('s');
   std::string text;
-  rows.Append(0, 256, exact.data(), 4, text);
+  rows.Append(0, 256, exact.data(), kWordSize, text);
   EXPECT_TRUE(SameText(text, ExpectedRegisters('s', 0, 256, words, 0, 1)));
 }
 
@@ -112,14 +120,14 @@ class RegisterCountTest : public testing::TestWithParam<uint32_t> {};
 
 TEST_P(RegisterCountTest, OfAllLanes) {
   const uint32_t count = GetParam();
-  const std::vector<uint32_t> words = RandomWords(64 * count, count);
+  const std::vector<uint32_t> words = RandomWords(kLanes * count, count);
   const ExactWords exact(words);
   RegisterRows rows('v');
   std::string text;
   std::string expected;
-  for (uint32_t lane = 0; lane < 64; ++lane) {
-    rows.Append(0, count / 4, exact.data() + 4 * lane, 4 * 64, text);
-    expected += ExpectedRegisters('v', 0, count / 4, words, lane, 64);
+  for (size_t lane = 0; lane < kLanes; ++lane) {
+    rows.Append(0, count / 4, exact.data(lane), kVgprStride, text);
+    expected += ExpectedRegisters('v', 0, count / 4, words, lane, kLanes);
   }
   EXPECT_TRUE(SameText(text, expected));
 }
@@ -130,7 +138,7 @@ TEST_P(RegisterCountTest, OneBehindTheOther) {
   const ExactWords exact(words);
   RegisterRows rows('s');
   std::string text;
-  rows.Append(0, count / 4, exact.data(), 4, text);
+  rows.Append(0, count / 4, exact.data(), kWordSize, text);
   EXPECT_TRUE(SameText(text, ExpectedRegisters('s', 0, count / 4, words, 0, 1)));
 }
 
@@ -140,7 +148,7 @@ TEST_P(RegisterCountTest, NamedFromAnotherNumber) {
   const ExactWords exact(words);
   RegisterRows rows('v');
   std::string text;
-  rows.Append(count, count / 4, exact.data(), 4, text);
+  rows.Append(count, count / 4, exact.data(), kWordSize, text);
   EXPECT_TRUE(SameText(text, ExpectedRegisters('v', count, count / 4, words, 0, 1)));
 }
 
@@ -150,13 +158,13 @@ INSTANTIATE_TEST_SUITE_P(Counts, RegisterCountTest,
                                          264, 508, 512, 516, 1024, 2048));
 
 TEST(RegisterRowsTest, WordsAtAnyAlignment) {
-  const std::vector<uint32_t> words = RandomWords(64 * 8, 8);
+  const std::vector<uint32_t> words = RandomWords(8 * kLanes, 8);
   for (size_t misalignment = 0; misalignment < 16; ++misalignment) {
     const ExactWords exact(words, misalignment);
     RegisterRows rows('v');
     std::string text;
-    rows.Append(0, 2, exact.data() + 4 * 63, 4 * 64, text);
-    EXPECT_TRUE(SameText(text, ExpectedRegisters('v', 0, 2, words, 63, 64))) << misalignment;
+    rows.Append(0, 2, exact.data(63), kVgprStride, text);
+    EXPECT_TRUE(SameText(text, ExpectedRegisters('v', 0, 2, words, 63, kLanes))) << misalignment;
   }
 }
 
@@ -166,7 +174,7 @@ TEST(RegisterRowsTest, NamesUpToTheWidthOfTheirColumn) {
   for (const uint32_t first : {6u, 96u, 996u, 9992u, 99984u}) {
     RegisterRows rows('v');
     std::string text;
-    rows.Append(first, 4, exact.data(), 4, text);
+    rows.Append(first, 4, exact.data(), kWordSize, text);
     EXPECT_TRUE(SameText(text, ExpectedRegisters('v', first, 4, words, 0, 1))) << first;
   }
 }
@@ -174,14 +182,14 @@ TEST(RegisterRowsTest, NamesUpToTheWidthOfTheirColumn) {
 // Calls in any order, as waves of different sizes make them.
 TEST(RegisterRowsTest, EveryCallIsIndependentOfTheOnesBefore) {
   std::mt19937 random(20240229);
-  const std::vector<uint32_t> words = RandomWords(4 * 300, 7);
+  const std::vector<uint32_t> words = RandomWords(1200, 7);
   const ExactWords exact(words);
   RegisterRows rows('v');
   for (int call = 0; call < 300; ++call) {
     const auto count = static_cast<uint32_t>(random() % 300);
     const uint32_t first = random() % 2 == 0 ? 0 : static_cast<uint32_t>(random() % 600);
     std::string text;
-    rows.Append(first, count, exact.data(), 4, text);
+    rows.Append(first, count, exact.data(), kWordSize, text);
     ASSERT_TRUE(SameText(text, ExpectedRegisters('v', first, count, words, 0, 1)))
         << "call " << call << ", first " << first << ", rows " << count;
   }
@@ -205,7 +213,7 @@ TEST(LdsRowsTest, NoRows) {
 class LdsRowCountTest : public testing::TestWithParam<uint32_t> {};
 
 TEST_P(LdsRowCountTest, AtAnyAlignment) {
-  const std::vector<uint32_t> words = RandomWords(4 * GetParam(), GetParam());
+  const std::vector<uint32_t> words = RandomWords(size_t{4} * GetParam(), GetParam());
   for (const size_t misalignment : {0u, 1u, 2u, 3u}) {
     const ExactWords exact(words, misalignment);
     WaveText wave_text;
@@ -220,7 +228,7 @@ INSTANTIATE_TEST_SUITE_P(Counts, LdsRowCountTest,
                          testing::Values(1, 32, 127, 128, 129, 4095, 4096, 4097, 4300, 16352));
 
 TEST(LdsRowsTest, EveryCallIsIndependentOfTheOnesBefore) {
-  const std::vector<uint32_t> words = RandomWords(4 * 5000, 9);
+  const std::vector<uint32_t> words = RandomWords(20000, 9);
   const ExactWords exact(words);
   WaveText wave_text;
   for (const uint32_t rows : {5000u, 1u, 4097u, 4096u, 32u, 4999u, 0u, 5000u}) {
@@ -236,11 +244,11 @@ TEST(WaveTextTest, RegisterFilesOfOneWave) {
   const ExactWords exact(words);
   WaveText wave_text;
   std::string text;
-  wave_text.sgprs.Append(0, 2, exact.data(), 4, text);
-  wave_text.vgprs.Append(0, 3, exact.data(), 4, text);
-  wave_text.second_bank.Append(12, 3, exact.data(), 4, text);
-  wave_text.vgprs.Append(0, 3, exact.data() + 4, 4, text);
-  wave_text.second_bank.Append(12, 3, exact.data() + 4, 4, text);
+  wave_text.sgprs.Append(0, 2, exact.data(), kWordSize, text);
+  wave_text.vgprs.Append(0, 3, exact.data(), kWordSize, text);
+  wave_text.second_bank.Append(12, 3, exact.data(), kWordSize, text);
+  wave_text.vgprs.Append(0, 3, exact.data(1), kWordSize, text);
+  wave_text.second_bank.Append(12, 3, exact.data(1), kWordSize, text);
   EXPECT_TRUE(SameText(text, ExpectedRegisters('s', 0, 2, words, 0, 1) +
                                  ExpectedRegisters('v', 0, 3, words, 0, 1) +
                                  ExpectedRegisters('v', 12, 3, words, 0, 1) +

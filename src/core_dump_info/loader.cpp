@@ -160,9 +160,6 @@ bool CoreDumpInfo::LoadHeader(uint64_t ptr, CoreDumpHeaderV1& header) {
 
 uint64_t CoreDumpInfo::WholeRecords(std::string_view what, uint64_t address, uint64_t count,
                                     uint64_t record_size, uint64_t most) {
-  if (count == 0) {
-    return 0;
-  }
   const uint64_t whole = std::min(image_.Available(address) / record_size, most);
   if (whole >= count) {
     return count;

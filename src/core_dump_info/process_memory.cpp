@@ -47,7 +47,8 @@ class IndexLine {
   std::vector<std::string> tokens_;
 };
 
-// The lines of the index. A short line ends the run by an exception, which closes what is open here.
+// The lines of the index. A short line ends the run by an exception, which closes what is open
+// here.
 class IndexFile {
  public:
   explicit IndexFile(const std::string& path) : file_(fopen(path.c_str(), "re"), &fclose) {}

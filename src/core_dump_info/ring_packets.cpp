@@ -98,7 +98,8 @@ bool CoreDumpInfo::GenAqlPacketInfo(void* data, uint32_t backup_header, std::str
     info += "kernel_name: ";
     info += FixedText(kernel->name);
     info += '\n';
-    DumpKernelArguments(*kernel, dispatch.kernarg_address, save_dir);
+    DumpKernelArguments(*kernel, reinterpret_cast<uint64_t>(slot), dispatch.kernarg_address,
+                        save_dir);
   }
   if (const CodeObjectInfo* code_object = GetCodeObjectFromList(dispatch.kernel_object)) {
     info += "object_name: ";
@@ -108,8 +109,8 @@ bool CoreDumpInfo::GenAqlPacketInfo(void* data, uint32_t backup_header, std::str
   return true;
 }
 
-void CoreDumpInfo::DumpKernelArguments(const KernelInfo& kernel, uint64_t kernarg_address,
-                                       const std::string& save_dir) {
+void CoreDumpInfo::DumpKernelArguments(const KernelInfo& kernel, uint64_t packet,
+                                       uint64_t kernarg_address, const std::string& save_dir) {
   unsigned char arguments[kKernelArgumentSize];
   const uint64_t size = getMemInfo(arguments, sizeof(arguments), kernarg_address);
   if (size == 0) {
@@ -125,7 +126,7 @@ void CoreDumpInfo::DumpKernelArguments(const KernelInfo& kernel, uint64_t kernar
   if (!IsFileName(name) || errno == ENAMETOOLONG) {
     damage_.Add(
         "kernel name \"" + PrintableText(name) + "\" is no file name, arguments not written",
-        kernarg_address, size, 0);
+        image_.OffsetOf(packet), size, 0);
   }
 }
 

@@ -184,16 +184,25 @@ size_t AppendAnyPacket(Bytes bytes, std::string& out) {
 }  // namespace
 
 SdmaStream::SdmaStream(Bytes readable, uint64_t size)
-    : readable_(readable), size_(std::min<uint64_t>(size, readable.size())) {}
+    : readable_(readable),
+      is_cut_(size > readable.size()),
+      size_(std::min<uint64_t>(size, readable.size())) {}
 
 bool SdmaStream::Next(std::string& out) {
   if (offset_ >= size_) {
     return false;
   }
+  const size_t begin = out.size();
   out += "packet sub index: ";
   AppendDecimal(out, packet_sub_index_++);
   out += '\n';
-  offset_ += AppendAnyPacket(readable_.subspan(offset_), out);
+  const size_t length = AppendAnyPacket(readable_.subspan(offset_), out);
+  if (is_cut_ && length > size_ - offset_) {
+    out.resize(begin);
+    offset_ = size_;
+    return false;
+  }
+  offset_ += length;
   out += '\n';
   return true;
 }
