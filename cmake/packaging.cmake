@@ -10,6 +10,11 @@ if(NOT TALVEX_SANITIZE)
   target_link_options(talvex PRIVATE $<$<CONFIG:Release>:-static-libstdc++ -static-libgcc>)
 endif()
 
+# A build with the sample program would pack that too.
+if(TALVEX_BUILD_SAMPLE)
+  return()
+endif()
+
 set(CPACK_GENERATOR DEB External)
 set(CPACK_EXTERNAL_ENABLE_STAGING ON)
 set(CPACK_EXTERNAL_PACKAGE_SCRIPT ${CMAKE_CURRENT_LIST_DIR}/package/make_archive.cmake)

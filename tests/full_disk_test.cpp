@@ -22,7 +22,7 @@ using Names = std::vector<std::string>;
 // "ulimit -f" counts blocks of 512 bytes. The signal of a write beyond it is ignored, so that the
 // write comes up short instead.
 constexpr char kLimitedRun[] = "trap '' XFSZ && ulimit -f 128 && exec \"$0\" \"$@\"";
-constexpr size_t kLimit = 128 * 512;
+constexpr size_t kLimit = size_t{128} * 512;
 
 class FullDiskTest : public testing::Test {
  protected:
@@ -36,7 +36,7 @@ class FullDiskTest : public testing::Test {
 
   // The tree of a run that can write all it wants.
   std::string WholeTree() {
-    const std::string out = dir_.Path("whole");
+    std::string out = dir_.Path("whole");
     EXPECT_EQ(RunProcess(TALVEX_BINARY, Arguments(out)).status, 0);
     return out;
   }

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
-#include <vector>
 
 #include "captured_output.h"
 #include "core_file_writer.h"
@@ -32,7 +31,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using Names = std::vector<std::string>;
+constexpr char kLimitedRun[] = TALVEX_LIMIT "exec \"$0\" \"$@\"";
 
 constexpr size_t kHwTrapSts = 6;
 
@@ -41,21 +40,10 @@ class HostileLimitsTest : public testing::Test {
   HostileLimitsTest() { fs::create_directory(mems_); }
 
   // Runs the program over the bytes in 512 MiB of address space.
-  ProcessResult Run(const std::string& core_file, const Names& more = {}) {
+  ProcessResult Run(const std::string& core_file) {
     WriteText(dir_.Path("core_0"), core_file);
-    Names words = {"-c",
-                   TALVEX_LIMIT "exec \"$0\" \"$@\"",
-                   TALVEX_BINARY,
-                   "-i",
-                   dir_.Path("core_0"),
-                   "-o",
-                   out_,
-                   "-m",
-                   mems_,
-                   "-r",
-                   rocm_.Path()};
-    words.insert(words.end(), more.begin(), more.end());
-    return RunProcess("/bin/sh", words);
+    return RunProcess("/bin/sh", {"-c", kLimitedRun, TALVEX_BINARY, "-i", dir_.Path("core_0"), "-o",
+                                  out_, "-m", mems_, "-r", rocm_.Path()});
   }
 
   const TempDir dir_;

@@ -17,5 +17,5 @@ add_docs_test(Excerpts excerpts)
 if(CMAKE_BUILD_TYPE STREQUAL "Release" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   add_test(NAME Package
     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/package_test $<TARGET_FILE:talvex-sample> ${LLVM_OBJDUMP})
-  set_tests_properties(Package PROPERTIES TIMEOUT 900)
+  set_tests_properties(Package PROPERTIES TIMEOUT 3600)
 endif()
