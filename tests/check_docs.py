@@ -90,7 +90,7 @@ def options_in_bash(program):
 
 
 def options_in_zsh(program):
-    """The specifications of _arguments: "'(--input -i)'{--input,-i}'[core file]:core file:_files'"."""
+    """What _arguments is told: "'(--input -i)'{--input,-i}'[core file]:core file:_files'"."""
     options = {}
     for line in read(f'completions/_{program}').splitlines():
         match = re.search(r"(?:\{(\S+)\}'|(--[\w-]+))\[[^]]*\](:)?", line)
