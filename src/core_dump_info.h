@@ -413,7 +413,8 @@ class CoreDumpInfo {
   WavePart SecondVgprBank(uint32_t gfxv, bool is_dp4x, const WaveStateInfo& wave) const;
   // The LDS that the wave shows: where that of its group lies, in the size that holds for the wave.
   WavePart GroupLds(const WaveStateInfo& wave) const;
-  void AppendActiveWave(bool is_dp4x, const WaveInfo& wave, std::string& info);
+  // The text of the WaveInfo at `record`, at any alignment.
+  void AppendActiveWave(bool is_dp4x, const unsigned char* record, std::string& info);
   // The code around `fault_pc`, whose code object becomes a faulting one. Null when the
   // disassembler cannot be run.
   const FaultWindows::Window* FaultWindow(const CoreDumpAgent& agent, uint64_t fault_pc);

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "utils.h"
@@ -35,27 +36,9 @@ void CountWhenDiskIsFull(const std::string& path, int cause) {
   }
 }
 
-// Opens `path` with `mode`, writes `size` bytes in one call and closes. False only when the file
-// cannot be opened: what the disk does not take is counted, so that the run goes on and says so at
-// its end.
-bool WriteWhole(const std::string& path, const char* mode, const void* bytes, size_t size) {
-  FILE* file = fopen(path.c_str(), mode);
-  if (file == nullptr) {
-    CountWhenDiskIsFull(path, errno);
-    return false;
-  }
-  int cause = 0;
-  if (fwrite(bytes, 1, size, file) != size) {
-    cause = errno;
-  }
-  if (fclose(file) != 0 && cause == 0) {
-    cause = errno;
-  }
-  if (cause != 0) {
-    CountIncompleteWrite(path, cause);
-  }
-  return true;
-}
+// How much of a mapped file is written in one go: what MapPages has just mapped is still in the
+// processor's second-level cache when the kernel copies it.
+constexpr size_t kPieceSize = size_t{1} << 20;
 
 }  // namespace
 
@@ -128,23 +111,73 @@ bool ReadFile(const std::string& file, std::string& contents) {
   return true;
 }
 
-bool WriteBinFile(const std::string& dir, const std::string& file_name, uint64_t address,
-                  uint64_t size) {
+OutputFile::~OutputFile() { Close(); }
+
+bool OutputFile::Open(const std::string& dir, const std::string& file_name, bool append) {
+  Close();
   if (dir.empty() || file_name.empty() || !CreateDirectory(dir)) {
     return false;
   }
-  if (address == 0 || size == 0) {
+  path_ = dir + "/" + file_name;
+  is_whole_ = true;
+  fd_ = open(path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | (append ? O_APPEND : O_TRUNC), 0666);
+  if (fd_ < 0) {
+    CountWhenDiskIsFull(path_, errno);
+  }
+  return fd_ >= 0;
+}
+
+void OutputFile::Write(std::string_view bytes) {
+  while (is_whole_ && !bytes.empty()) {
+    const ssize_t count = write(fd_, bytes.data(), bytes.size());
+    if (count >= 0) {
+      bytes.remove_prefix(static_cast<size_t>(count));
+    } else if (errno != EINTR) {
+      CountOnce(errno);
+    }
+  }
+}
+
+void OutputFile::Close() {
+  if (fd_ >= 0 && close(std::exchange(fd_, -1)) != 0) {
+    CountOnce(errno);
+  }
+}
+
+void OutputFile::CountOnce(int cause) {
+  if (is_whole_) {
+    is_whole_ = false;
+    CountIncompleteWrite(path_, cause);
+  }
+}
+
+bool WriteBinFile(const std::string& dir, const std::string& file_name, uint64_t address,
+                  uint64_t size) {
+  if (dir.empty() || file_name.empty() || !CreateDirectory(dir) || address == 0 || size == 0) {
     return false;
   }
-  return WriteWhole(dir + "/" + file_name, "wbe", reinterpret_cast<const void*>(address), size);
+  OutputFile file;
+  if (!file.Open(dir, file_name, false)) {
+    return false;
+  }
+  std::string_view bytes(reinterpret_cast<const char*>(address), size);
+  while (!bytes.empty()) {
+    const std::string_view piece = bytes.substr(0, kPieceSize);
+    MapPages(piece.data(), piece.size());
+    file.Write(piece);
+    bytes.remove_prefix(piece.size());
+  }
+  return true;
 }
 
 bool WriteTextFile(const std::string& dir, const std::string& file_name,
                    const std::string& contents, bool append) {
-  if (dir.empty() || file_name.empty() || !CreateDirectory(dir)) {
+  OutputFile file;
+  if (!file.Open(dir, file_name, append)) {
     return false;
   }
-  return WriteWhole(dir + "/" + file_name, append ? "a+e" : "we", contents.data(), contents.size());
+  file.Write(contents);
+  return true;
 }
 
 IncompleteWrites GetIncompleteWrites() {

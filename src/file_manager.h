@@ -39,6 +39,33 @@ bool WriteBinFile(const std::string& dir, const std::string& file_name, uint64_t
 bool WriteTextFile(const std::string& dir, const std::string& file_name,
                    const std::string& contents, bool append);
 
+// One output file, written piece by piece.
+class OutputFile {
+ public:
+  OutputFile() = default;
+  ~OutputFile();  // closes
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  // Creates or replaces `dir`/`file_name`, or opens it for writing behind what is there. Closes the
+  // file that was open before. False when a name is empty or the directory or file cannot be made.
+  bool Open(const std::string& dir, const std::string& file_name, bool append);
+  bool is_open() const { return fd_ >= 0; }
+
+  // Writes behind what was written. The first write that the disk does not take whole is counted,
+  // see GetIncompleteWrites, and is the last one.
+  void Write(std::string_view bytes);
+
+  void Close();
+
+ private:
+  void CountOnce(int cause);
+
+  std::string path_;
+  int fd_ = -1;
+  bool is_whole_ = true;
+};
+
 // Writes that the disk did not take whole: a short write, a failed close, or a file or directory
 // that a full disk did not let begin.
 struct IncompleteWrites {
@@ -47,7 +74,7 @@ struct IncompleteWrites {
   int first_errno = 0;     // its cause
 };
 
-// What WriteBinFile and WriteTextFile could not write whole since the process started. Any thread
+// What could not be written whole since the process started. Any thread
 // may call it.
 IncompleteWrites GetIncompleteWrites();
 

@@ -112,6 +112,13 @@ bool MemoryUnmapFile(const void* mmap_ptr, size_t mmap_size) {
   return munmap(const_cast<void*>(mmap_ptr), mmap_size) == 0;
 }
 
+void MapPages(const void* ptr, size_t size) {
+  static const auto page_size = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+  const auto begin = reinterpret_cast<uintptr_t>(ptr);
+  const uintptr_t first_page = begin / page_size * page_size;
+  madvise(reinterpret_cast<void*>(first_page), begin + size - first_page, MADV_POPULATE_READ);
+}
+
 void SplitStr(const std::string& str, const std::string& del, std::vector<std::string>& out) {
   if (str.empty() || del.empty()) {
     return;

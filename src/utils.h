@@ -38,6 +38,11 @@ bool MemoryMapFile(const char* fname, void** mmap_ptr, size_t* mmap_size);
 // True when the range was unmapped.
 bool MemoryUnmapFile(const void* mmap_ptr, size_t mmap_size);
 
+// Maps the pages of a mapped file that hold `size` bytes at `ptr`, in one go and before they are
+// touched. Only a matter of speed: the kernel maps the pages around a first touch, 64 KiB at most,
+// and takes a fault for each. Nothing happens where it cannot (Linux before 5.14).
+void MapPages(const void* ptr, size_t size);
+
 // Appends the pieces of `str` between occurrences of the whole string `del` to `out`. Empty pieces
 // are kept (also a leading and a trailing one); blanks (' ' only) are stripped from both ends of
 // each. An empty `str` or `del` appends nothing.

@@ -200,6 +200,37 @@ TEST_F(MemoryMapFileTest, NullOutputsFail) {
   EXPECT_EQ(address_, nullptr);
 }
 
+// How many KiB of the mapping of `path` are in this process's page tables.
+size_t MappedKib(const std::string& path) {
+  const std::string maps = ReadText("/proc/self/smaps");
+  const size_t entry = maps.find(path);
+  const size_t rss = maps.find("Rss:", entry);
+  return entry == std::string::npos ? 0 : std::stoul(maps.substr(rss + 4));
+}
+
+TEST_F(MemoryMapFileTest, PagesCanBeMappedBeforeTheyAreTouched) {
+  constexpr size_t kSize = size_t{4} << 20;
+  WriteText(path_, std::string(kSize, 'a'));
+  ASSERT_TRUE(MemoryMapFile(path_.c_str(), &address_, &size_));
+  EXPECT_EQ(MappedKib(path_), 0u);
+  // From the last byte of a page to the last but one of the file.
+  MapPages(static_cast<const char*>(address_) + 4095, kSize - 4096);
+  if (MappedKib(path_) == 0) {
+    GTEST_SKIP() << "the kernel is older than Linux 5.14";
+  }
+  EXPECT_EQ(MappedKib(path_), kSize / 1024);
+  EXPECT_TRUE(MemoryUnmapFile(address_, size_));
+}
+
+TEST_F(MemoryMapFileTest, PagesThatCannotBeMappedAreLeftAlone) {
+  WriteText(path_, "text");
+  ASSERT_TRUE(MemoryMapFile(path_.c_str(), &address_, &size_));
+  MapPages(static_cast<const char*>(address_) + 2, 100000);
+  EXPECT_EQ(std::string(static_cast<const char*>(address_), size_), "text");
+  EXPECT_TRUE(MemoryUnmapFile(address_, size_));
+  MapPages(address_, 4);
+}
+
 // Only null counts as failure: the system refuses to map nothing, and that passes as success.
 TEST_F(MemoryMapFileTest, AnEmptyFilePassesWithTheRefusedMapping) {
   WriteText(path_, "");

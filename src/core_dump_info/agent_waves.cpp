@@ -210,10 +210,9 @@ bool CoreDumpInfo::DumpAgentActiveWaves(CoreDumpAgent* agent_info) {
   ReportFile report(dump_dir_, AgentFileName(*agent_info) + "_active_waves",
                     ReportFile::Mode::kReplace);
   report.text() = StrFormat("Total active waves count: %d\n", wave_count);
-  WaveInfo wave;
-  for (int i = 0; i < wave_count; ++i) {
-    image_.Load(address + static_cast<uint64_t>(i) * sizeof(WaveInfo), wave);
-    AppendActiveWave(agent_info->is_dp4x, wave, report.text());
+  const auto* record = reinterpret_cast<const unsigned char*>(address);
+  for (int i = 0; i < wave_count; ++i, record += sizeof(WaveInfo)) {
+    AppendActiveWave(agent_info->is_dp4x, record, report.text());
     report.Spill();
   }
   if (!report.Close()) {

@@ -1,5 +1,6 @@
 // The occupancy table of an agent: how many waves every SIMD held.
 
+#include <algorithm>
 #include <map>
 
 #include "core_dump_info.h"
@@ -15,6 +16,8 @@ constexpr int kUnits = 16;   // CUs of an SH
 constexpr int kSimds = 4;    // of a CU
 constexpr int kUnitsPerBlock = 8;
 constexpr double kWaveSlots = 2560.0;  // 64 CUs of 40 slots
+
+constexpr int kRecordsMapped = 16;  // 1 MiB of wave records
 
 constexpr size_t kRuleWidth = 85;
 
@@ -126,6 +129,11 @@ bool CoreDumpInfo::GenAgentOccupyInfo(WaveInfo* wave_info, int wave_count, std::
   // The records lie in the mapped file at any alignment: their fields are loaded, not dereferenced.
   const auto* record = reinterpret_cast<const unsigned char*>(wave_info);
   for (int i = 0; i < wave_count; ++i) {
+    // This is the first look at the records; their text follows.
+    if (i % kRecordsMapped == 0) {
+      MapPages(record,
+               sizeof(WaveInfo) * static_cast<size_t>(std::min(kRecordsMapped, wave_count - i)));
+    }
     counts.Add(LoadU32(record + offsetof(WaveInfo, hw_id)));
     record += sizeof(WaveInfo);
   }

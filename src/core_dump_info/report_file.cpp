@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include "file_manager.h"
-
 ReportFile::ReportFile(std::string dir, std::string name, Mode mode, size_t chunk_size)
     : dir_(std::move(dir)),
       name_(std::move(name)),
@@ -23,14 +21,25 @@ bool ReportFile::Close() {
   if (!started_ || !text_.empty()) {
     Write();
   }
+  file_.Close();
   return !failed_;
 }
 
+void ReportFile::WriteBlocks() {
+  const size_t whole = text_.size() / kBlockSize * kBlockSize;
+  tail_.assign(text_, whole);
+  text_.resize(whole);
+  Write();
+  text_ = tail_;
+}
+
 void ReportFile::Write() {
-  started_ = true;
-  if (!failed_ && !WriteTextFile(dir_, name_, text_, append_)) {
-    failed_ = true;
+  if (!started_) {
+    started_ = true;
+    failed_ = !file_.Open(dir_, name_, append_);
   }
-  append_ = true;
+  if (!failed_) {
+    file_.Write(text_);
+  }
   text_.clear();
 }

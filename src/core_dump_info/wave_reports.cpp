@@ -2,6 +2,8 @@
 // differ in which main registers they have and in how their VGPRs lie; the rest is shared.
 
 #include <algorithm>
+#include <charconv>
+#include <cstring>
 #include <string_view>
 
 #include "core_dump_info.h"
@@ -81,10 +83,12 @@ void AppendAllocationRegisters(const Registers& regs, std::string& out) {
   out += "\nGeneral Registers:\n\n";
 }
 
+// One append for each of the 64 titles of a wave, where three showed in a profile.
 void AppendLaneTitle(uint32_t lane, std::string& out) {
-  out += "Lane ";
-  AppendDecimal(out, lane);
-  out += '\n';
+  char title[24] = "Lane ";
+  char* end = std::to_chars(title + 5, title + sizeof(title), lane).ptr;
+  *end++ = '\n';
+  out.append(title, end);
 }
 
 }  // namespace
@@ -162,11 +166,15 @@ bool CoreDumpInfo::GenWaveInfo(uint32_t gfxv, bool is_dp4x, WaveStateInfo* wave_
 }
 
 bool CoreDumpInfo::GenActiveWaveInfo(bool is_dp4x, WaveInfo wave, std::string& info) {
-  AppendActiveWave(is_dp4x, wave, info);
+  AppendActiveWave(is_dp4x, AsBytes(&wave), info);
   return true;
 }
 
-void CoreDumpInfo::AppendActiveWave(bool is_dp4x, const WaveInfo& wave, std::string& info) {
+void CoreDumpInfo::AppendActiveWave(bool is_dp4x, const unsigned char* record, std::string& info) {
+  // Only the main registers are copied out: most of a record's 68 KiB are VGPRs, and half of those
+  // are beyond the wave's allocation.
+  WaveInfo wave;
+  memcpy(&wave, record, offsetof(WaveInfo, vgprs));
   const uint64_t pc = uint64_t{wave.pc_hi} << 32 | wave.pc_lo;
   AppendCodeObject(GetCodeObjectByPC(pc), pc, info);
   AppendLocation(wave.hw_id, info);
@@ -178,7 +186,8 @@ void CoreDumpInfo::AppendActiveWave(bool is_dp4x, const WaveInfo& wave, std::str
   AppendAllocationRegisters(wave, info);
 
   const uint32_t sgprs = 16 * (FieldValue(kSgprSize, wave.gpr_alloc) + 1);
-  wave_text_.sgprs.Append(0, sgprs / kWordsPerRow, AsBytes(wave.sgprs), kWordSize, info);
+  wave_text_.sgprs.Append(0, sgprs / kWordsPerRow, record + offsetof(WaveInfo, sgprs), kWordSize,
+                          info);
   info += '\n';
 
   // A dp4x agent of 32 granules or more has more registers than a lane has slots. The rows then
@@ -187,7 +196,7 @@ void CoreDumpInfo::AppendActiveWave(bool is_dp4x, const WaveInfo& wave, std::str
   // register of lane 63.
   const uint32_t granule = is_dp4x ? 8 : 4;
   const uint32_t rows = (FieldValue(kVgprSize, wave.gpr_alloc) + 1) * granule / kWordsPerRow;
-  const unsigned char* const vgprs = AsBytes(&wave) + offsetof(WaveInfo, vgprs);
+  const unsigned char* const vgprs = record + offsetof(WaveInfo, vgprs);
   for (uint32_t lane = 0; lane < kLanes; ++lane) {
     AppendLaneTitle(lane, info);
     wave_text_.vgprs.Append(0, rows, vgprs + lane * kRecordedLaneStride, kWordSize, info);
