@@ -213,12 +213,10 @@ TEST_F(MemoryMapFileTest, PagesCanBeMappedBeforeTheyAreTouched) {
   WriteText(path_, std::string(kSize, 'a'));
   ASSERT_TRUE(MemoryMapFile(path_.c_str(), &address_, &size_));
   EXPECT_EQ(MappedKib(path_), 0u);
-  // From the last byte of a page to the last but one of the file.
+  const bool kernel_can = madvise(address_, 0, MADV_POPULATE_READ) == 0;
+  // From the last byte of a page to the last byte but one of the file.
   MapPages(static_cast<const char*>(address_) + 4095, kSize - 4096);
-  if (MappedKib(path_) == 0) {
-    GTEST_SKIP() << "the kernel is older than Linux 5.14";
-  }
-  EXPECT_EQ(MappedKib(path_), kSize / 1024);
+  EXPECT_EQ(MappedKib(path_), kernel_can ? kSize / 1024 : 0);
   EXPECT_TRUE(MemoryUnmapFile(address_, size_));
 }
 
