@@ -13,7 +13,7 @@ using Take = std::function<void(const std::string&)>;
 constexpr uint64_t kPage = 4096;
 constexpr uint64_t kHeaderSize = 16;
 constexpr uint64_t kPreambleWords = 2;
-constexpr uint64_t kZerosPiece = 64 * 1024;
+constexpr uint64_t kZerosPiece = uint64_t{64} << 10;
 
 constexpr uint32_t kEventWord = 0x40000000;
 constexpr uint32_t kBothTopBitsWord = 0xC0000000;
@@ -53,8 +53,7 @@ AreaWave FirstBankWave(const AgentWaves& agent, uint64_t group, uint32_t wave) {
 AreaWave SecondBankWave(const AgentWaves& agent, uint64_t group, uint32_t wave) {
   const WaveState state = agent.Wave(group, wave);
   AreaWave bank;
-  bank.vgprs.assign(state.vgprs.begin() + static_cast<long>(SavedVgprs(agent) * kLanes),
-                    state.vgprs.end());
+  bank.vgprs.assign(state.vgprs.begin() + int64_t{SavedVgprs(agent)} * kLanes, state.vgprs.end());
   return bank;
 }
 

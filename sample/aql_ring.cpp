@@ -86,10 +86,11 @@ class RingMaker {
         return BarrierPacket(
             {.dep_signal = {Signal(), Signal(), 0, 0, 0}, .completion_signal = Signal()});
       case kAgentDispatch:
-        return AgentDispatchPacket({.type = static_cast<uint16_t>(0x8000 + rng_.Below(4)),
-                                    .return_address = plan_.buffers.front() + 64 * rng_.Below(64),
-                                    .arg = {slot, plan_.buffers.back(), rng_.Below(4096), 0},
-                                    .completion_signal = Signal()});
+        return AgentDispatchPacket(
+            {.type = static_cast<uint16_t>(0x8000 + rng_.Below(4)),
+             .return_address = plan_.buffers.front() + uint64_t{64} * rng_.Below(64),
+             .arg = {slot, plan_.buffers.back(), rng_.Below(4096), 0},
+             .completion_signal = Signal()});
       case kVendorSpecific:
       case kReserved:
         return RawPacket(slot);

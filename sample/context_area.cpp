@@ -17,7 +17,7 @@ constexpr uint64_t kTtmpWords = 16;
 constexpr uint64_t kUnusedWords = 16;
 constexpr uint32_t kStateRecord = 0x80000000;
 constexpr uint32_t kFirstWaveInGroup = 0x20000;
-constexpr uint64_t kPaddingPiece = 64 * 1024;
+constexpr uint64_t kPaddingPiece = uint64_t{64} << 10;
 
 // State record fields: the position of each and the registers or dwords that one unit stands for.
 constexpr uint32_t kSgprShift = 6;

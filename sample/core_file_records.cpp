@@ -16,7 +16,7 @@ constexpr size_t kKernelNameOffset = 8;
 constexpr size_t kNameWidth = 1024;
 
 constexpr size_t kWaveVgprsOffset = 64;
-constexpr size_t kWaveVgprWords = 64 * 256;
+constexpr size_t kWaveVgprWords = size_t{64} * 256;
 constexpr size_t kWaveSgprsOffset = kWaveVgprsOffset + 4 * kWaveVgprWords;
 constexpr size_t kWaveSgprWords = 1024;
 static_assert(kWaveSgprsOffset + 4 * kWaveSgprWords == kWaveSize);

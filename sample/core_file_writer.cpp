@@ -18,7 +18,7 @@ constexpr Region kDefaultOrder[] = {
 
 // What lies between the regions, so that a read that strays shows.
 constexpr char kFiller = static_cast<char>(0xEE);
-constexpr uint64_t kFillerPiece = 64 * 1024;
+constexpr uint64_t kFillerPiece = uint64_t{64} << 10;
 
 std::vector<Region> Order(const Layout& layout) {
   if (layout.order.empty()) {

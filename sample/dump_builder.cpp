@@ -170,7 +170,7 @@ class DumpBuilder {
 
   // Each agent gets its first queue, then each its second, and so on.
   void AddQueue(uint32_t index) {
-    const uint32_t agent = index % options_.agents;
+    const uint32_t agent = index % options_.agents;  // NOLINT: there is at least one
     const QueueType type = kQueueTypes[index / options_.agents % std::size(kQueueTypes)];
     const SplitMix64 rng(options_.seed, {kRing, index});
     Queue queue;

@@ -34,7 +34,7 @@ class SdmaPackets {
  private:
   uint64_t Address() {
     const uint64_t buffer = buffers_[rng_.Below(static_cast<uint32_t>(buffers_.size()))];
-    return buffer + 64 * rng_.Below(4096);
+    return buffer + uint64_t{64} * rng_.Below(4096);
   }
 
   static void AppendAddress(uint64_t address, Packet& packet) {

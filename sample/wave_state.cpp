@@ -136,7 +136,7 @@ uint32_t VgprValue(uint32_t reg, uint32_t lane, uint32_t base) {
 
 std::vector<uint32_t> Vgprs(uint32_t count, SplitMix64& rng) {
   std::vector<uint32_t> vgprs;
-  vgprs.reserve(count * kLanes);
+  vgprs.reserve(size_t{count} * kLanes);
   for (uint32_t reg = 0; reg < count; ++reg) {
     const uint32_t base = rng.NextU32();
     for (uint32_t lane = 0; lane < kLanes; ++lane) {
@@ -162,7 +162,7 @@ void SetHealthy(const Dispatch& dispatch, SplitMix64& rng, WaveState& state) {
 // The wave stands in the trap handler; v[0:1] hold the addresses that its lanes stored to.
 void SetFaulting(const Dispatch& dispatch, const WavePlan& plan, WaveState& state) {
   const KernelCode& kernel = *dispatch.kernel.code;
-  state.pc = plan.trap_handler + 0x40 + 4 * plan.wave;
+  state.pc = plan.trap_handler + 0x40 + uint64_t{4} * plan.wave;
   state.trap_pc = dispatch.kernel.load_address + FaultingInstruction(kernel);
   state.exec = UINT64_MAX;
   state.status |= kStatusPriv | kStatusHalt;
@@ -170,7 +170,7 @@ void SetFaulting(const Dispatch& dispatch, const WavePlan& plan, WaveState& stat
       plan.fault == Fault::kMemoryViolation ? kTrapstsMemoryViolation : kTrapstsIllegalInstruction;
   if (plan.fault == Fault::kMemoryViolation) {
     for (uint32_t lane = 0; lane < kLanes; ++lane) {
-      const uint64_t address = plan.fault_address + 4 * (plan.wave * kLanes + lane);
+      const uint64_t address = plan.fault_address + uint64_t{4} * (plan.wave * kLanes + lane);
       state.vgprs[lane] = static_cast<uint32_t>(address);
       state.vgprs[kLanes + lane] = static_cast<uint32_t>(address >> 32);
     }
@@ -254,7 +254,7 @@ SavedWave ToSavedWave(const WaveState& state) {
   wave.m0 = state.m0;
   wave.exec = state.exec;
   wave.sgprs = state.sgprs;
-  wave.vgprs.assign(kLanes * kVgprSlotsPerLane, 0);
+  wave.vgprs.assign(size_t{kLanes} * kVgprSlotsPerLane, 0);
   for (size_t i = 0; i < state.vgprs.size(); ++i) {
     const size_t reg = i / kLanes;
     const size_t lane = i % kLanes;

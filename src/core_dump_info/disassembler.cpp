@@ -89,6 +89,7 @@ std::vector<std::string> Arguments(const DisassemblyJob& job, const std::string&
 std::optional<pid_t> Spawn(const std::string& path, const std::vector<std::string>& arguments,
                            int output) {
   std::vector<char*> argv;
+  argv.reserve(arguments.size() + 2);
   for (const std::string& argument : arguments) {
     argv.push_back(const_cast<char*>(argument.c_str()));
   }

@@ -98,7 +98,7 @@ CoreDumpInfo::WavePart CoreDumpInfo::SecondVgprBank(uint32_t gfxv, bool is_dp4x,
   if (!is_dp4x || gfxv != GFX_VERSION_HERON) {
     return {};
   }
-  const uint64_t registers = wave.num_vgprs / kWordsPerRow * kWordsPerRow;
+  const uint64_t registers = uint64_t{wave.num_vgprs} / kWordsPerRow * kWordsPerRow;
   const uint64_t address =
       reinterpret_cast<uint64_t>(wave.vgprs) + (dp4x_vgpr_offset & ~uint64_t{kWordSize - 1});
   const uint64_t size = registers * wave.num_vgpr_lanes * kWordSize;
