@@ -56,6 +56,9 @@ void BM_WaveRows(benchmark::State& state) {
 }
 BENCHMARK(BM_WaveRows)->Arg(24)->Arg(128)->Arg(256);
 
+// What "v" is right-aligned in, so that the name with its number takes six characters.
+int LetterWidth(uint32_t number) { return number < 10 ? 5 : number < 100 ? 4 : 3; }
+
 void BM_WaveRowsSnprintfPerRow(benchmark::State& state) {
   const auto vgprs = static_cast<uint32_t>(state.range(0));
   const std::vector<uint32_t> words = RandomWords(size_t{vgprs} * kLanes);
@@ -66,10 +69,11 @@ void BM_WaveRowsSnprintfPerRow(benchmark::State& state) {
       for (uint32_t k = 0; k + 3 < vgprs; k += 4) {
         const uint32_t* first = words.data() + size_t{k} * kLanes + lane;
         char row[128];
-        const int length = snprintf(row, sizeof(row),
-                                    "    %*s%u: 0X%08X %*s%u: 0X%08X %*s%u: 0X%08X %*s%u: 0X%08X\n",
-                                    1, "v", k, first[0], 4, "v", k + 1, first[kLanes], 4, "v",
-                                    k + 2, first[2 * kLanes], 4, "v", k + 3, first[3 * kLanes]);
+        const int length =
+            snprintf(row, sizeof(row), " %*s%u: 0X%08X%*s%u: 0X%08X%*s%u: 0X%08X%*s%u: 0X%08X\n",
+                     LetterWidth(k), "v", k, first[0], LetterWidth(k + 1), "v", k + 1,
+                     first[kLanes], LetterWidth(k + 2), "v", k + 2, first[2 * kLanes],
+                     LetterWidth(k + 3), "v", k + 3, first[3 * kLanes]);
         text.append(row, static_cast<size_t>(length));
       }
     }

@@ -9,8 +9,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "core_dump_info/core_image.h"
@@ -310,7 +312,7 @@ class CoreDumpInfo {
   // Writes every report. A report that fails is logged and the next one follows: always true.
   bool dump();
 
-  // Lookups. Each scans its list in file order and returns the first match, null when none.
+  // Lookups. Each returns the first match in file order, null when there is none.
   CoreDumpAgent* GetAgentInfo(agent_t agent) const;
   CoreDumpQueue* GetQueueInfoByQueueId(uint32_t queue_id) const;
   uint32_t GetQueueIdByRing(uint64_t ring_address) const;  // 0xFFFFFFFF when none
@@ -390,6 +392,12 @@ class CoreDumpInfo {
     uint64_t size = 0;
   };
 
+  struct LoadedKernel {
+    KernelInfo* kernel = nullptr;
+    CodeObjectInfo* code_object = nullptr;  // that it belongs to
+  };
+
+  LoadedKernel KernelAt(uint64_t loaded_addr) const;
   bool LoadHeader(uint64_t ptr, CoreDumpHeaderV1& header);
   void LoadReason(uint64_t address, uint64_t size);
   void LoadAgents(uint64_t ptr, uint64_t offset, uint64_t count);
@@ -400,11 +408,18 @@ class CoreDumpInfo {
   bool WriteCodeObjectInfo(const CodeObjectInfo& code_object);
   void WriteEnvironment(uint64_t address, uint64_t size);
 
+  // The text of one slot, as GenAqlPacketInfo; nothing as `backup_header` when the file lost it.
+  void AppendAqlSlot(const unsigned char* slot, std::optional<uint32_t> backup_header,
+                     const std::string& save_dir, std::string& info);
   // Writes the argument block of the dispatch at address `packet`.
   void DumpKernelArguments(const KernelInfo& kernel, uint64_t packet, uint64_t kernarg_address,
                            const std::string& save_dir);
   SdmaStream SdmaStreamAt(uint64_t address, int size) const;
   bool WriteRing(const CoreDumpQueue& queue, const std::string& save_dir, const char* file_name);
+
+  // The directory of a queue's files, and the name of an agent's report.
+  std::string QueueDir(uint32_t queue_id) const;
+  static std::string AgentReport(const CoreDumpAgent& agent);
 
   // Writes the wave files of one queue, whose waves it knows by `queue_id`.
   bool DumpQueueWaves(const CoreDumpAgent& agent, uint32_t queue_id,
@@ -432,4 +447,7 @@ class CoreDumpInfo {
   DamageReport damage_;
   FaultWindows fault_windows_;
   WaveText wave_text_;
+  // The first kernel of each entry address, made at the first lookup: a ring has thousands of
+  // dispatches, and a process that uses a kernel library ten thousand kernels for each agent.
+  mutable std::unordered_map<uint64_t, LoadedKernel> kernel_index_;
 };

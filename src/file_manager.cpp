@@ -130,10 +130,10 @@ bool OutputFile::Open(const std::string& dir, const std::string& file_name, bool
 void OutputFile::Write(std::string_view bytes) {
   while (is_whole_ && !bytes.empty()) {
     const ssize_t count = write(fd_, bytes.data(), bytes.size());
-    if (count >= 0) {
+    if (count > 0) {
       bytes.remove_prefix(static_cast<size_t>(count));
-    } else if (errno != EINTR) {
-      CountOnce(errno);
+    } else if (count == 0 || errno != EINTR) {
+      CountOnce(count == 0 ? ENOSPC : errno);
     }
   }
 }
@@ -193,6 +193,8 @@ ScratchFile::ScratchFile(const std::string& dir) : path_(dir + "/scratch.XXXXXX"
   }
   if (fd_ >= 0) {
     unlink(path.c_str());
+  } else {
+    CountIncompleteWrite(path_, errno);
   }
 }
 
@@ -204,14 +206,14 @@ ScratchFile::~ScratchFile() {
 
 size_t ScratchFile::Append(std::string_view bytes) {
   size_t done = 0;
-  while (done < bytes.size()) {
+  while (fd_ >= 0 && done < bytes.size()) {
     const ssize_t count =
         pwrite(fd_, bytes.data() + done, bytes.size() - done, static_cast<off_t>(size_));
     if (count < 0 && errno == EINTR) {
       continue;
     }
     if (count <= 0) {
-      CountIncompleteWrite(path_, errno);
+      CountIncompleteWrite(path_, count == 0 ? ENOSPC : errno);
       break;
     }
     done += static_cast<size_t>(count);

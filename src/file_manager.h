@@ -78,8 +78,8 @@ struct IncompleteWrites {
 // may call it.
 IncompleteWrites GetIncompleteWrites();
 
-// A file without a name in a directory of the report tree, for text that is too large to hold. It
-// is gone with the object, however the process ends.
+// A file without a name in a directory of the report tree, for text that is too large to hold.
+// Gone with the object, or with the process. One that cannot be made counts as an incomplete write.
 class ScratchFile {
  public:
   explicit ScratchFile(const std::string& dir);

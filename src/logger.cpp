@@ -144,4 +144,13 @@ void Print(LogLevel level, const char* format, va_list args) {
   Logger::GetInstance()->Write(level, format, args);
 }
 
+void Log(LogLevel level, const char* format, ...) {
+  if (GetLogLevel() >= level) {
+    va_list args;
+    va_start(args, format);
+    Print(level, format, args);
+    va_end(args);
+  }
+}
+
 }  // namespace utils

@@ -1,7 +1,6 @@
 // The program's one logger: levels, time stamps, one lock.
 //
-// Every call site tests GetLogLevel() >= level before it calls Print, so that a suppressed message
-// costs one comparison. Messages carry their own line feed. Any thread may log.
+// Messages carry their own line feed. Any thread may log.
 #pragma once
 
 #include <cstdarg>
@@ -62,5 +61,8 @@ void SetLogFile(const std::string& path);
 void Print(LogLevel level, const std::string& message);
 void Print(LogLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 void Print(LogLevel level, const char* format, va_list args) __attribute__((format(printf, 2, 0)));
+
+// Prints when `level` is seen at the level that is set: a suppressed message costs one comparison.
+void Log(LogLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 }  // namespace utils

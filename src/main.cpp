@@ -109,9 +109,7 @@ int parseArguments(int argc, char** argv) {
 // Ends the run with status 255. Neither the analyser is deleted nor the file unmapped, on purpose:
 // the system reclaims both.
 [[noreturn]] void ExitWithError(const std::string& message) {
-  if (utils::GetLogLevel() >= utils::kLogError) {
-    utils::Print(utils::kLogError, message);
-  }
+  utils::Log(utils::kLogError, "%s", message.c_str());
   exit(-1);
 }
 

@@ -1,3 +1,4 @@
+// The reports of an agent and of a queue.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -6,22 +7,12 @@
 #include <vector>
 
 #include "core_dump_info.h"
+#include "report_fixture.h"
 #include "temp_dir.h"
 
 namespace {
 
 using Names = std::vector<std::string>;
-
-class ReportTest : public testing::Test {
- protected:
-  ReportTest() {
-    analyser_.dump_dir_ = dir_.Path();
-    analyser_.dump_queue_dir_ = dir_.Path("queues");
-  }
-
-  TempDir dir_;
-  CoreDumpInfo analyser_;
-};
 
 class AgentReportTest : public ReportTest {
  protected:
@@ -159,8 +150,7 @@ TEST_F(AgentReportTest, MakesItsDirectory) {
 }
 
 TEST_F(AgentReportTest, FailsWhenItCannotBeWritten) {
-  WriteText(dir_.Path("file"), "");
-  analyser_.dump_dir_ = dir_.Path("file/sub");
+  BlockReports();
   EXPECT_FALSE(analyser_.dumpAgent(&agent_));
 }
 
@@ -343,8 +333,7 @@ TEST_F(QueueReportTest, ReplacesAnEarlierReport) {
 }
 
 TEST_F(QueueReportTest, FailsWhenItCannotBeWritten) {
-  WriteText(dir_.Path("file"), "");
-  analyser_.dump_queue_dir_ = dir_.Path("file/queues");
+  BlockReports();
   EXPECT_FALSE(analyser_.dumpQueue(&queue_));
 }
 

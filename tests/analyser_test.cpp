@@ -9,7 +9,7 @@
 
 #include "core_dump_info.h"
 #include "core_file_writer.h"
-#include "temp_dir.h"
+#include "loaded_core_file.h"
 
 namespace {
 
@@ -221,23 +221,7 @@ TEST_F(AnalyserTest, DeletesEveryRecordOnce) {
 }
 
 // The records as init makes them of a core file.
-class LoadedAnalyserTest : public testing::Test {
- protected:
-  void Load(const sample::CoreFile& file) {
-    bytes_ = sample::CoreFileBytes(file);
-    placement_ = sample::Place(file);
-    analyser_.SetImageSize(bytes_.size());
-    ASSERT_TRUE(analyser_.init(Base(), dir_.Path("out").c_str(), dir_.Path("rocm").c_str(),
-                               dir_.Path("mems").c_str(), false));
-  }
-
-  uint64_t Base() const { return reinterpret_cast<uint64_t>(bytes_.data()); }
-
-  TempDir dir_;
-  std::string bytes_;
-  sample::Placement placement_;
-  CoreDumpInfo analyser_;
-};
+using LoadedAnalyserTest = LoadedCoreFileTest;
 
 sample::CodeObject CodeObject(uint64_t agent) {
   sample::CodeObject code_object;
@@ -254,7 +238,7 @@ TEST_F(LoadedAnalyserTest, ACodeObjectPointsToItsAgent) {
   file.agents[0].handle = 0x10;
   file.agents[1].handle = 0x20;
   file.code_objects = {CodeObject(0x20)};
-  Load(file);
+  ASSERT_TRUE(Load(file));
   EXPECT_EQ(analyser_.code_object_lists.at(0)->AgentInfo, analyser_.agent_lists.at(1));
 }
 
@@ -263,7 +247,7 @@ TEST_F(LoadedAnalyserTest, ACodeObjectWithoutAgentPointsToNone) {
   file.agents.resize(1);
   file.agents[0].handle = 0x10;
   file.code_objects = {CodeObject(0x30)};
-  Load(file);
+  ASSERT_TRUE(Load(file));
   EXPECT_EQ(analyser_.code_object_lists.at(0)->AgentInfo, nullptr);
 }
 
@@ -272,7 +256,7 @@ TEST_F(LoadedAnalyserTest, ACodeObjectHoldsItsRangeAndItsKernelsInFileOrder) {
   file.code_objects = {CodeObject(0)};
   file.code_objects[0].kernels = {{0x7F0000002000, "second_in_memory"},
                                   {0x7F0000001000, "first_in_memory"}};
-  Load(file);
+  ASSERT_TRUE(Load(file));
   const CodeObjectInfo& code_object = *analyser_.code_object_lists.at(0);
   EXPECT_EQ(code_object.addr_loaded, 0x7F0000000000u);
   EXPECT_EQ(code_object.size_loaded, 0x3000u);
@@ -290,10 +274,11 @@ TEST_F(LoadedAnalyserTest, LocationsAreAddressesInTheMapping) {
   file.queues.resize(1);
   file.queues[0].ring = std::string(64, 'r');
   file.queues[0].context = std::string(32, 'c');
-  Load(file);
-  EXPECT_EQ(analyser_.agent_lists.at(0)->wave_offset, Base() + placement_.waves.at(0));
-  EXPECT_EQ(analyser_.queue_lists.at(0)->ring_offset, Base() + placement_.rings.at(0));
-  EXPECT_EQ(analyser_.queue_lists.at(0)->context_offset, Base() + placement_.contexts.at(0));
+  ASSERT_TRUE(Load(file));
+  const sample::Placement placement = sample::Place(file);
+  EXPECT_EQ(analyser_.agent_lists.at(0)->wave_offset, Base() + placement.waves.at(0));
+  EXPECT_EQ(analyser_.queue_lists.at(0)->ring_offset, Base() + placement.rings.at(0));
+  EXPECT_EQ(analyser_.queue_lists.at(0)->context_offset, Base() + placement.contexts.at(0));
 }
 
 TEST_F(LoadedAnalyserTest, RecordsStandInFileOrder) {
@@ -304,7 +289,7 @@ TEST_F(LoadedAnalyserTest, RecordsStandInFileOrder) {
   file.queues.resize(2);
   file.queues[0].queue_id = 9;
   file.queues[1].queue_id = 3;
-  Load(file);
+  ASSERT_TRUE(Load(file));
   ASSERT_EQ(analyser_.agent_lists.size(), 2u);
   EXPECT_STREQ(analyser_.agent_lists[0]->name, "gfx-b");
   EXPECT_STREQ(analyser_.agent_lists[1]->name, "gfx-a");

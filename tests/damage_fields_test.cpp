@@ -15,6 +15,7 @@
 #include "core_file_writer.h"
 #include "damaged_file.h"
 #include "raw_bytes.h"
+#include "row_name.h"
 #include "small_dump.h"
 #include "temp_dir.h"
 
@@ -339,7 +340,6 @@ TEST_P(DamagedFieldsTest, LoseWhatHangsOnThemAndNothingElse) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(, DamagedFieldsTest, testing::ValuesIn(kRecords),
-                         [](const auto& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(, DamagedFieldsTest, testing::ValuesIn(kRecords), RowName<Record>);
 
 }  // namespace

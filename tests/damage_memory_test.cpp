@@ -2,15 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <cstdint>
 #include <filesystem>
 #include <string>
-#include <vector>
 
 #include "analyser_run.h"
-#include "captured_output.h"
 #include "core_file_writer.h"
 #include "damaged_file.h"
+#include "row_name.h"
 #include "run_process.h"
 #include "temp_dir.h"
 
@@ -100,8 +98,7 @@ constexpr SnapshotCase kSnapshots[] = {
     {"OfAll64Bits", "0xFFFFFFFFFFFFFFFF", "0X200000-0X1FFFFF--1", "arguments", "", ""},
 };
 
-INSTANTIATE_TEST_SUITE_P(Sizes, SnapshotTest, testing::ValuesIn(kSnapshots),
-                         [](const auto& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Sizes, SnapshotTest, testing::ValuesIn(kSnapshots), RowName<SnapshotCase>);
 
 TEST_F(DamagedMemoryTest, ADispatchBehindTheEndOfItsSnapshotHasNoArguments) {
   WriteSnapshot("0X1FF000-0X201000-8192", "a snapshot of one page less");

@@ -8,6 +8,7 @@
 #include "analyser_run.h"
 #include "core_file_writer.h"
 #include "damaged_file.h"
+#include "row_name.h"
 
 namespace {
 
@@ -152,8 +153,7 @@ constexpr BankCase kBanks[] = {
     {"Whole", 2048, 2, ""},
 };
 
-INSTANTIATE_TEST_SUITE_P(Banks, SecondBankTest, testing::ValuesIn(kBanks),
-                         [](const auto& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Banks, SecondBankTest, testing::ValuesIn(kBanks), RowName<BankCase>);
 
 // ---------------------------------------------------------------------------------------------
 // Wave records: 69,696 bytes each. The agent's record lies at 0xF8, its two wave records at 0x550.

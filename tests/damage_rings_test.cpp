@@ -1,16 +1,15 @@
-// Cut and lying rings and header backup arrays, and snapshots shorter than the index says. The
-// queue's record lies at 0xF8 and its ring at 0x188, at the end of the file.
+// Cut and lying rings and header backup arrays. The queue's record lies at 0xF8 and its ring at
+// 0x188, at the end of the file.
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <string>
 
 #include "analyser_run.h"
-#include "captured_output.h"
+#include "aql_slots.h"
 #include "core_file_writer.h"
 #include "damaged_file.h"
-#include "run_process.h"
-#include "temp_dir.h"
+#include "small_dump_texts.h"
 
 namespace {
 
@@ -33,12 +32,10 @@ sample::CoreFile OneQueue(uint32_t type) {
 // ---------------------------------------------------------------------------------------------
 // AQL rings
 
-// A slot whose header is in the backup array, which has 3, a barrier, for every slot.
-std::string RetiredSlot() { return sample::BarrierPacket({.header = 1}); }
-
+// Slots whose headers are in the backup array, which has 3, a barrier, for each.
 sample::CoreFile ThreeSlots() {
   sample::CoreFile file = OneQueue(2);
-  file.queues[0].ring = RetiredSlot() + RetiredSlot() + RetiredSlot();
+  file.queues[0].ring = InvalidSlot() + InvalidSlot() + InvalidSlot();
   file.queues[0].header_backup = {3, 3, 3};
   return file;
 }
@@ -55,21 +52,11 @@ constexpr char kWithHeader[] =
     "dep_signal[4]: 0X0\n"
     "completion_signal: 0X0\n";
 
-constexpr char kWithoutHeader[] =
-    "header format: INVALID\n"
-    "header barrier: 0\n"
-    "header acquire_fence_scope: SCOPE_NONE\n"
-    "header release_fence_scope: SCOPE_NONE\n"
-    "0X0001 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 \n"
-    "0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 \n"
-    "0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 \n"
-    "0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 \n";
-
 std::string SlotTexts(int slots, int with_header) {
   std::string text;
   for (int i = 0; i < slots; ++i) {
     text += "\npacket index: " + std::to_string(i) + "\n";
-    text += i < with_header ? kWithHeader : kWithoutHeader;
+    text += i < with_header ? kWithHeader : kNotRetired;
   }
   return text;
 }
@@ -94,7 +81,7 @@ void ExpectRing(const AnalyserRun& run, const AqlResult& expected) {
   EXPECT_EQ(run.Has("queues/7/aql_rb"), expected.raw != 0);
   if (expected.raw != 0) {
     EXPECT_EQ(run.files.at("queues/7/aql_rb"),
-              (RetiredSlot() + RetiredSlot() + RetiredSlot()).substr(0, expected.raw));
+              (InvalidSlot() + InvalidSlot() + InvalidSlot()).substr(0, expected.raw));
   }
 }
 
@@ -217,21 +204,6 @@ INSTANTIATE_TEST_SUITE_P(Fields, LyingAqlRingTest, testing::ValuesIn(kLyingAqlRi
 // ---------------------------------------------------------------------------------------------
 // SDMA rings
 
-constexpr char kTrap[] =
-    "packet sub index: 0\n"
-    "op: TRAP (6)\n"
-    "subop: 0\n"
-    "int_ctx: 5\n"
-    "\n";
-
-constexpr char kTimestamp[] =
-    "packet sub index: 1\n"
-    "op: TIMESTAMP (13)\n"
-    "subop: 0\n"
-    "addr_lo: 0X1000\n"
-    "addr_hi: 0X7F\n"
-    "\n";
-
 sample::CoreFile TrapAndTimestamp() {
   sample::CoreFile file = OneQueue(1);
   file.queues[0].ring = sample::Dwords({6, 5, 13, 0x1000, 0x7F});
@@ -276,18 +248,18 @@ constexpr SdmaCase kSdmaCases[] = {
      "queue 7 ring: file offset 0X188, wanted 20 bytes, available 0 bytes\n"},
     {0x18F, 0, 0, 7, "", "",
      "queue 7 ring: file offset 0X188, wanted 20 bytes, available 7 bytes\n"},
-    {0x190, 0, 0, 8, kTrap, "",
+    {0x190, 0, 0, 8, small_dump::kTrap, "",
      "queue 7 ring: file offset 0X188, wanted 20 bytes, available 8 bytes\n"},
-    {0x191, 0, 0, 9, kTrap, "",
+    {0x191, 0, 0, 9, small_dump::kTrap, "",
      "queue 7 ring: file offset 0X188, wanted 20 bytes, available 9 bytes\n"},
-    {0x19B, 0, 0, 19, kTrap, "",
+    {0x19B, 0, 0, 19, small_dump::kTrap, "",
      "queue 7 ring: file offset 0X188, wanted 20 bytes, available 19 bytes\n"},
-    {0x19C, 0, 0, 20, kTrap, kTimestamp, ""},
-    {0, kRingSize, 1, 1, kTrap, "", ""},
-    {0, kRingSize, 8, 8, kTrap, "", ""},
-    {0, kRingSize, 21, 20, kTrap, kTimestamp,
+    {0x19C, 0, 0, 20, small_dump::kTrap, small_dump::kTimestamp, ""},
+    {0, kRingSize, 1, 1, small_dump::kTrap, "", ""},
+    {0, kRingSize, 8, 8, small_dump::kTrap, "", ""},
+    {0, kRingSize, 21, 20, small_dump::kTrap, small_dump::kTimestamp,
      "queue 7 ring: file offset 0X188, wanted 21 bytes, available 20 bytes\n"},
-    {0, kRingSize, 0x7FFFFFFF, 20, kTrap, kTimestamp,
+    {0, kRingSize, 0x7FFFFFFF, 20, small_dump::kTrap, small_dump::kTimestamp,
      "queue 7 ring: file offset 0X188, wanted 2147483647 bytes, available 20 bytes\n"},
     {0, kRingSize, 0xFFFFFFFF, 20, "", "",
      "queue 7 ring: file offset 0X188, wanted 4294967295 bytes, available 20 bytes\n"},

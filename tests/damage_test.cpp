@@ -10,6 +10,7 @@
 #include "captured_output.h"
 #include "core_file_writer.h"
 #include "damaged_file.h"
+#include "row_name.h"
 #include "run_process.h"
 #include "small_dump.h"
 #include "temp_dir.h"
@@ -37,11 +38,10 @@ class DamagedRunTest : public testing::Test {
  protected:
   ProcessResult Run(const std::string& core_file) {
     WriteText(dir_.Path("core_0"), core_file);
-    // A failed load leaves its analyser to the system, which a leak checker must not count.
     return RunProcess(
         TALVEX_BINARY,
         {"-i", dir_.Path("core_0"), "-o", out_, "-m", dir_.Path("mems"), "-r", dir_.Path("rocm")},
-        {.working_directory = "", .environment = {"ASAN_OPTIONS=detect_leaks=0"}});
+        {.working_directory = "", .environment = {kNoLeakCheck}});
   }
 
   const TempDir dir_;
@@ -80,14 +80,11 @@ TEST_F(DamagedRunTest, DamageThatCannotBeWrittenLeavesTheErrorLines) {
 }
 
 TEST_F(DamagedRunTest, ADirectoryIsNoCoreFile) {
-  const ProcessResult result =
-      RunProcess(TALVEX_BINARY, {"-i", dir_.Path(), "-o", out_},
-                 {.working_directory = "", .environment = {"ASAN_OPTIONS=detect_leaks=0"}});
-  EXPECT_EQ(result.status, 255);
-  EXPECT_EQ(WithoutTimes(result.err),
-            "[time] Error: [init] core file too short for its magic_number: found 0 bytes, "
-            "expected 4 at offset 0\n"
-            "[time] Error: CoreDumpManager init failed.\n");
+  ExpectFailedRun(RunProcess(TALVEX_BINARY, {"-i", dir_.Path(), "-o", out_},
+                             {.working_directory = "", .environment = {kNoLeakCheck}}),
+                  "[time] Error: [init] core file too short for its magic_number: found 0 bytes, "
+                  "expected 4 at offset 0\n"
+                  "[time] Error: CoreDumpManager init failed.\n");
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -105,11 +102,9 @@ class DamagedHeaderTest : public DamagedRunTest, public testing::WithParamInterf
 TEST_P(DamagedHeaderTest, EndsTheRun) {
   sample::CoreFile file;
   file.format = GetParam().format;
-  const ProcessResult result = Run(Truncated(sample::CoreFileBytes(file), GetParam().size));
-  EXPECT_EQ(result.status, 255);
-  EXPECT_EQ(result.out, "");
-  EXPECT_EQ(WithoutTimes(result.err), std::string("[time] Error: ") + GetParam().line +
-                                          "\n[time] Error: CoreDumpManager init failed.\n");
+  ExpectFailedRun(Run(Truncated(sample::CoreFileBytes(file), GetParam().size)),
+                  std::string("[time] Error: ") + GetParam().line +
+                      "\n[time] Error: CoreDumpManager init failed.\n");
   EXPECT_FALSE(fs::exists(out_));
 }
 
@@ -137,16 +132,14 @@ constexpr HeaderCase kHeaderCases[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Sizes, DamagedHeaderTest, testing::ValuesIn(kHeaderCases),
-                         [](const auto& row) { return std::string(row.param.name); });
+                         RowName<HeaderCase>);
 
 TEST_F(DamagedRunTest, AnotherMagicEndsTheRun) {
   std::string bytes = sample::CoreFileBytes(SmallDump());
   SetByte(bytes, 3, 'E');
-  const ProcessResult result = Run(bytes);
-  EXPECT_EQ(result.status, 255);
-  EXPECT_EQ(WithoutTimes(result.err),
-            "[time] Error: [init] not supprt magic: 0x4543584f\n"
-            "[time] Error: CoreDumpManager init failed.\n");
+  ExpectFailedRun(Run(bytes),
+                  "[time] Error: [init] not supprt magic: 0x4543584f\n"
+                  "[time] Error: CoreDumpManager init failed.\n");
   EXPECT_FALSE(fs::exists(out_));
 }
 

@@ -12,6 +12,7 @@
 #include "analyser_run.h"
 #include "core_file_writer.h"
 #include "damaged_file.h"
+#include "row_name.h"
 
 namespace {
 
@@ -298,7 +299,7 @@ constexpr HeaderCase kHeaders[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Headers, LyingAreaHeaderTest, testing::ValuesIn(kHeaders),
-                         [](const auto& row) { return std::string(row.param.name); });
+                         RowName<HeaderCase>);
 
 class ContradictoryAreaTest : public testing::TestWithParam<HeaderCase> {};
 
@@ -330,7 +331,7 @@ constexpr HeaderCase kContradictions[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Headers, ContradictoryAreaTest, testing::ValuesIn(kContradictions),
-                         [](const auto& row) { return std::string(row.param.name); });
+                         RowName<HeaderCase>);
 
 // ---------------------------------------------------------------------------------------------
 // The control stack

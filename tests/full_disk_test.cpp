@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "captured_output.h"
 #include "core_file_writer.h"
 #include "run_process.h"
 #include "small_dump.h"
@@ -48,10 +47,7 @@ class FullDiskTest : public testing::Test {
     return RunProcess("/bin/sh", words, kOptions);
   }
 
-  // A run that ends with an error leaves its analyser to the system, which a leak checker must not
-  // count.
-  const ProcessOptions kOptions = {.working_directory = "",
-                                   .environment = {"ASAN_OPTIONS=detect_leaks=0"}};
+  const ProcessOptions kOptions = {.working_directory = "", .environment = {kNoLeakCheck}};
   const TempDir dir_;
 };
 
@@ -84,11 +80,8 @@ sample::CoreFile DumpWithLargeReports() {
 TEST_F(FullDiskTest, IncompleteWritesAreCountedAndTheFirstIsNamed) {
   WriteCore(DumpWithLargeReports());
   const std::string out = dir_.Path("out");
-  const ProcessResult result = RunWithLimit(out);
-  EXPECT_EQ(result.status, 255);
-  EXPECT_EQ(result.out, "");
-  EXPECT_EQ(WithoutTimes(result.err), "[time] Error: 4 incomplete writes, the first to " + out +
-                                          "/codes/code_object_0: File too large\n");
+  ExpectFailedRun(RunWithLimit(out), "[time] Error: 4 incomplete writes, the first to " + out +
+                                         "/codes/code_object_0: File too large\n");
 
   const std::set<std::string> incomplete = {"codes/code_object_0", "environment",
                                             "queues/7/packets", "queues/7/aql_rb"};
@@ -115,11 +108,9 @@ TEST_F(FullDiskTest, ADiskWithoutSpaceIsSaidToBeFull) {
   fs::create_directory(out);
   fs::create_symlink("/dev/full", out + "/environment");
   fs::create_symlink("/dev/full", out + "/agent_1");
-  const ProcessResult result = RunProcess(TALVEX_BINARY, Arguments(out), kOptions);
-  EXPECT_EQ(result.status, 255);
-  EXPECT_EQ(result.out, "");
-  EXPECT_EQ(WithoutTimes(result.err), "[time] Error: 3 incomplete writes, the first to " + out +
-                                          "/environment: No space left on device\n");
+  ExpectFailedRun(RunProcess(TALVEX_BINARY, Arguments(out), kOptions),
+                  "[time] Error: 3 incomplete writes, the first to " + out +
+                      "/environment: No space left on device\n");
   fs::remove(out + "/environment");
   fs::remove(out + "/agent_1");
   const std::string whole = WholeTree();
@@ -134,19 +125,18 @@ TEST_F(FullDiskTest, DamageThatCannotBeWrittenIsCountedToo) {
   const std::string out = dir_.Path("out");
   fs::create_directory(out);
   fs::create_symlink("/dev/full", out + "/damage");
-  const ProcessResult result = RunProcess(TALVEX_BINARY, Arguments(out), kOptions);
-  EXPECT_EQ(result.status, 255);
-  EXPECT_EQ(WithoutTimes(result.err),
-            "[time] Error: damaged core file: agent table: file offset 0XF0, wanted 2224 bytes, "
-            "available 0 bytes\n"
-            "[time] Error: damaged core file: queue table: file offset 0X9A0, wanted 432 bytes, "
-            "available 0 bytes\n"
-            "[time] Error: damaged core file: code object table: file offset 0XB50, wanted 128 "
-            "bytes, available 0 bytes\n"
-            "[time] Error: damaged core file: environment: file offset 0X17E8, wanted 19 bytes, "
-            "available 0 bytes\n"
-            "[time] Error: 4 incomplete writes, the first to " +
-                out + "/damage: No space left on device\n");
+  ExpectFailedRun(
+      RunProcess(TALVEX_BINARY, Arguments(out), kOptions),
+      "[time] Error: damaged core file: agent table: file offset 0XF0, wanted 2224 bytes, "
+      "available 0 bytes\n"
+      "[time] Error: damaged core file: queue table: file offset 0X9A0, wanted 432 bytes, "
+      "available 0 bytes\n"
+      "[time] Error: damaged core file: code object table: file offset 0XB50, wanted 128 "
+      "bytes, available 0 bytes\n"
+      "[time] Error: damaged core file: environment: file offset 0X17E8, wanted 19 bytes, "
+      "available 0 bytes\n"
+      "[time] Error: 4 incomplete writes, the first to " +
+          out + "/damage: No space left on device\n");
 }
 
 }  // namespace

@@ -31,23 +31,24 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Runs its arguments in so many MiB of address space.
-std::string LimitedRun(int mebibytes) {
+// A shell script that runs its arguments in so many MiB of address space.
+std::string LimitedRunScript(int mebibytes) {
   const std::string run = "exec \"$0\" \"$@\"";
   return TALVEX_SANITIZED ? run : "ulimit -v " + std::to_string(1024 * mebibytes) + " && " + run;
 }
 
-constexpr size_t kHwTrapSts = 6;
+constexpr size_t kHwTrapSts = 6;  // in AreaWave::hwregs
 
 class HostileLimitsTest : public testing::Test {
  protected:
   HostileLimitsTest() { fs::create_directory(mems_); }
 
+  // Runs the program over the bytes of a core file.
   ProcessResult Run(const std::string& core_file, int mebibytes = 512) {
     WriteText(dir_.Path("core_0"), core_file);
     return RunProcess("/bin/sh",
-                      {"-c", LimitedRun(mebibytes), TALVEX_BINARY, "-i", dir_.Path("core_0"), "-o",
-                       out_, "-m", mems_, "-r", rocm_.Path()});
+                      {"-c", LimitedRunScript(mebibytes), TALVEX_BINARY, "-i", dir_.Path("core_0"),
+                       "-o", out_, "-m", mems_, "-r", rocm_.Path()});
   }
 
   const TempDir dir_;
@@ -67,10 +68,11 @@ size_t LineCount(const std::string& text) {
 TEST_F(HostileLimitsTest, CountsAndSizesOfEverything) {
   const sample::Placement at = sample::Place(SmallDump());
   std::string bytes = sample::CoreFileBytes(SmallDump());
-  for (const uint64_t count :
-       {uint64_t{24}, uint64_t{40}, uint64_t{56}, uint64_t{72}, uint64_t{88}}) {
-    SetField(bytes, count, 8, UINT64_MAX);
-  }
+  SetField(bytes, 24, 8, UINT64_MAX);  // fault_size
+  SetField(bytes, 40, 8, UINT64_MAX);  // agent_count
+  SetField(bytes, 56, 8, UINT64_MAX);  // queue_count
+  SetField(bytes, 72, 8, UINT64_MAX);  // codeobject_count
+  SetField(bytes, 88, 8, UINT64_MAX);  // env_size
   for (const uint64_t queue : at.queues) {
     SetField(bytes, queue + 64, 8, UINT64_MAX);   // ring_size
     SetField(bytes, queue + 120, 8, UINT64_MAX);  // context_sr_size
@@ -149,9 +151,10 @@ TEST_F(HostileLimitsTest, CodeObjectsThatShareTheirKernels) {
   EXPECT_EQ(LineCount(ReadText(out_ + "/codes/code_object_299.info")), 2u);
 }
 
-// 4500 queues that all name the same area of a thousand waves. An agent may have 262144; every
-// queue from the 263rd on is a loss. The first wave is faulting where there is a code object but no
-// disassembler, so that no wave's text is written; what is written for each queue goes nowhere.
+// 4500 queues that all name the same area of a thousand waves. An agent may have 262144:
+// the 263rd queue loses all but 144 of its waves, and every later one all. The first wave is
+// faulting where there is a code object but no disassembler, so that no wave's text is written;
+// what is written for each queue goes nowhere.
 TEST_F(HostileLimitsTest, QueuesThatShareTheirWaves) {
   sample::AreaGroup group;
   group.state_record = false;
@@ -193,7 +196,7 @@ TEST_F(HostileLimitsTest, QueuesThatShareTheirWaves) {
   EXPECT_EQ(damage.substr(0, damage.find('\n') + 1),
             LossLine("queue 7 context save area, more waves than the file has room for",
                      at.contexts[0], 196024, 0));
-  EXPECT_NE(ReadText(out_ + "/agent_1").find("              262000           10234.375 %\n"),
+  EXPECT_NE(ReadText(out_ + "/agent_1").find("              262144           10240.000 %\n"),
             std::string::npos);
 }
 
@@ -228,8 +231,9 @@ std::string FaultingDump() {
   return sample::CoreFileBytes(file);
 }
 
-// 100 MB for the window around the fault, which is kept aside until the report takes it, and as
-// much for the listing. A text of that size that grows in memory takes twice as much.
+// 100 MB for the window around the fault, which waits in a scratch file until the report takes it,
+// and as much for the listing, which is written as it comes. In memory a text of that size takes up
+// to twice as much while it grows, which the limit does not leave.
 TEST_F(HostileLimitsTest, AListingOfAHundredMegabytes) {
   rocm_.InstallScript("head -c 100000000 /dev/zero | tr '\\0' x\n");
   const ProcessResult result = Run(FaultingDump(), 160);
@@ -263,10 +267,7 @@ TEST_P(FailingToolTest, IsSaidToBeUnavailable) {
   const ProcessResult result = Run(FaultingDump());
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.err, "");
-  const std::string text =
-      "Code Object:\n" + out_ +
-      "/codes/code_object_0\n\n"
-      "(Disassembly unavailable - is amdgcn-capable llvm-objdump available ?)\n\n";
+  const std::string text = DisassemblyUnavailable(out_ + "/codes/code_object_0");
   EXPECT_EQ(ReadText(out_ + "/codes/code_object_0.asm"), text);
   const std::string fault_info = ReadText(out_ + "/fault_info");
   EXPECT_EQ(fault_info.find("secret"), std::string::npos);

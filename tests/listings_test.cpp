@@ -1,26 +1,20 @@
+// The listings of code objects: which are made, what goes wrong, and the threads that make them.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <set>
 #include <sstream>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "captured_output.h"
-#include "core_dump_info.h"
 #include "core_dump_info/disassembler.h"
-#include "logger.h"
+#include "listings_fixture.h"
 #include "same_text.h"
-#include "stand_in_tool.h"
 #include "temp_dir.h"
 
 namespace {
@@ -31,68 +25,6 @@ using Names = std::vector<std::string>;
 
 // Prints the number of arguments, the processor and the file name of the code object.
 constexpr char kPrintJob[] = "for file; do :; done; echo \"$# $2 ${file##*/}\"\n";
-
-// An analyser with one agent and as many code objects as a test adds, each 0x1000 bytes long:
-// code_object_0 at 0x7F0000000000, the next at 0x7F0000001000 and so on.
-class ListingsTest : public testing::Test {
- protected:
-  ListingsTest() : rocm_(dir_.Path("rocm")), codes_(dir_.Path("codes")) {
-    analyser_.rocm_dir_ = rocm_.Path();
-    analyser_.dump_code_dir_ = codes_;
-    fs::create_directory(codes_);
-    AddAgent("gpu-gfx906");
-  }
-
-  CoreDumpAgent* AddAgent(const std::string& name) {
-    auto* agent = new CoreDumpAgent();
-    name.copy(agent->name, sizeof(agent->name) - 1);
-    return analyser_.agent_lists.emplace_back(agent);
-  }
-
-  CodeObjectInfo* AddCodeObject() {
-    const size_t index = analyser_.code_object_lists.size();
-    auto* code_object = new CodeObjectInfo();
-    code_object->addr_loaded = 0x7F0000000000 + 0x1000 * index;
-    code_object->size_loaded = 0x1000;
-    const std::string name = "code_object_" + std::to_string(index);
-    name.copy(code_object->name, sizeof(code_object->name) - 1);
-    code_object->AgentInfo = analyser_.agent_lists[0];
-    WriteText(codes_ + "/" + name, "elf");
-    return analyser_.code_object_lists.emplace_back(code_object);
-  }
-
-  // Makes the listings in a process of their own, as a run of the program does: a process keeps its
-  // jobs for good. Gives what is logged, time stamps as "[time]".
-  Output List(const std::string& level = "error") {
-    OutputCapture capture;
-    const pid_t child = fork();
-    if (child == 0) {
-      utils::SetLogLevel(level);
-      analyser_.DisAllCodeObject();
-      exit(0);
-    }
-    int status = -1;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    const Output output = capture.Stop();
-    EXPECT_EQ(status, 0) << output.err;
-    return {WithoutTimes(output.out), WithoutTimes(output.err)};
-  }
-
-  std::string Listing(size_t index) const {
-    return ReadText(codes_ + "/code_object_" + std::to_string(index) + ".asm");
-  }
-
-  // What is reported when the tool fails.
-  std::string Unavailable(size_t index) const {
-    return "Code Object:\n" + codes_ + "/code_object_" + std::to_string(index) +
-           "\n\n(Disassembly unavailable - is amdgcn-capable llvm-objdump available ?)\n\n";
-  }
-
-  TempDir dir_;
-  StandInRocm rocm_;
-  const std::string codes_;
-  CoreDumpInfo analyser_;
-};
 
 // ---------------------------------------------------------------------------------------------
 // Which code objects are listed
@@ -236,16 +168,6 @@ int Processors() {
   return std::max(count, 1);
 }
 
-Names SortedLines(const std::string& text) {
-  Names lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) {
-    lines.push_back(line);
-  }
-  std::sort(lines.begin(), lines.end());
-  return lines;
-}
-
 TEST_F(ListingsTest, ManyCodeObjectsTakeAThreadAProcessor) {
   rocm_.InstallScript(kPrintJob);
   analyser_.dis_all_code_object = true;
@@ -321,176 +243,6 @@ TEST_F(ListingsTest, AListingDoesNotWaitForTheChildOfAnother) {
   WriteText(dir_.Path("first_is_listed"), "");
   second_thread.join();
   EXPECT_EQ(PipesIn(second), PipesIn(alone)) << second;
-}
-
-// ---------------------------------------------------------------------------------------------
-// The window around a faulting PC
-
-class FaultWindowTest : public ListingsTest {
- protected:
-  // Adds a line of the tool's arguments to a log for every run, and prints the window.
-  void InstallCountingTool() {
-    rocm_.InstallScript(
-        "for file; do :; done\n"
-        "echo \"$2 $6 $7 ${file##*/}\" | tee -a '" +
-        dir_.Path("log") + "'\n");
-  }
-
-  std::string Log() const { return ReadText(dir_.Path("log")); }
-
-  std::string Window(uint64_t pc, size_t agent = 0) {
-    std::string text = "what was there before is replaced";
-    EXPECT_TRUE(analyser_.DisFaultCodeObject(analyser_.agent_lists[agent], pc, text));
-    return text;
-  }
-
-  using CodeObjects = std::vector<CodeObjectInfo*>;
-};
-
-TEST_F(FaultWindowTest, ShowsThePlaceInTheCodeObject) {
-  InstallCountingTool();
-  AddCodeObject();
-  CodeObjectInfo* code_object = AddCodeObject();
-  EXPECT_EQ(Window(0x7F0000001234),
-            "Code Object:\n"
-            "--mcpu=gfx906 --start-address=0X214 --stop-address=0X254 code_object_1\n"
-            "\n"
-            "PC offset: 0X234\n"
-            "\n");
-  EXPECT_EQ(analyser_.err_code_lists, CodeObjects{code_object});
-}
-
-TEST_F(FaultWindowTest, OfTheFirstInstruction) {
-  InstallCountingTool();
-  AddCodeObject();
-  EXPECT_EQ(Window(0x7F0000000000),
-            "Code Object:\n"
-            "--mcpu=gfx906 --start-address=0XFFFFFFFFFFFFFFE0 --stop-address=0X20 code_object_0\n"
-            "\n"
-            "PC offset: 0X0\n"
-            "\n");
-}
-
-TEST_F(FaultWindowTest, TheEndOfACodeObjectIsOutside) {
-  AddCodeObject();
-  EXPECT_EQ(Window(0x7F0000001000), "(Cannot match PC to a loaded code object)\n\n");
-  EXPECT_TRUE(analyser_.err_code_lists.empty());
-}
-
-TEST_F(FaultWindowTest, OutsideNoToolIsNeeded) {
-  EXPECT_EQ(Window(0), "(Cannot match PC to a loaded code object)\n\n");
-}
-
-TEST_F(FaultWindowTest, OfOverlappingCodeObjectsTheFirstIsShown) {
-  InstallCountingTool();
-  AddCodeObject();
-  CodeObjectInfo* first = AddCodeObject();
-  std::swap(analyser_.code_object_lists[0], analyser_.code_object_lists[1]);
-  first->addr_loaded = 0x7F0000000800;
-  EXPECT_EQ(Window(0x7F0000000900),
-            "Code Object:\n"
-            "--mcpu=gfx906 --start-address=0XE0 --stop-address=0X120 code_object_1\n"
-            "\n"
-            "PC offset: 0X100\n"
-            "\n");
-  EXPECT_EQ(analyser_.err_code_lists, CodeObjects{first});
-}
-
-// The window is for the agent whose wave faulted, the listing for the agent of the code object.
-TEST_F(FaultWindowTest, IsMadeForTheAgentOfTheWave) {
-  InstallCountingTool();
-  AddCodeObject();
-  AddAgent("gpu-gfx926");
-  Window(0x7F0000000100, 1);
-  EXPECT_EQ(Log(), "--mcpu=gfx926 --start-address=0XE0 --stop-address=0X120 code_object_0\n");
-}
-
-TEST_F(FaultWindowTest, AMissingToolLeavesTheTextAlone) {
-  CodeObjectInfo* code_object = AddCodeObject();
-  std::string text = "untouched";
-  OutputCapture capture;
-  EXPECT_FALSE(analyser_.DisFaultCodeObject(analyser_.agent_lists[0], 0x7F0000000100, text));
-  EXPECT_EQ(WithoutTimes(capture.Stop().err),
-            "[time] Error: Can't find llvm-objdump in path: " + rocm_.ToolPath());
-  EXPECT_EQ(text, "untouched");
-  EXPECT_EQ(analyser_.err_code_lists, CodeObjects{code_object});
-}
-
-TEST_F(FaultWindowTest, AMissingCodeObjectFileLeavesTheTextAlone) {
-  InstallCountingTool();
-  AddCodeObject();
-  fs::remove(codes_ + "/code_object_0");
-  std::string text = "untouched";
-  OutputCapture capture;
-  EXPECT_FALSE(analyser_.DisFaultCodeObject(analyser_.agent_lists[0], 0x7F0000000100, text));
-  EXPECT_EQ(WithoutTimes(capture.Stop().err),
-            "[time] Error: Can't find file: " + codes_ + "/code_object_0");
-  EXPECT_EQ(text, "untouched");
-}
-
-TEST_F(FaultWindowTest, AToolThatFailsIsReportedInTheText) {
-  rocm_.InstallScript("exit 3\n");
-  AddCodeObject();
-  EXPECT_EQ(Window(0x7F0000000100), Unavailable(0));
-}
-
-TEST_F(FaultWindowTest, APlaceIsDisassembledOnce) {
-  InstallCountingTool();
-  AddCodeObject();
-  const std::string first = Window(0x7F0000000100);
-  EXPECT_EQ(Window(0x7F0000000100), first);
-  EXPECT_EQ(Window(0x7F0000000100), first);
-  EXPECT_EQ(Log(), "--mcpu=gfx906 --start-address=0XE0 --stop-address=0X120 code_object_0\n");
-}
-
-TEST_F(FaultWindowTest, PlacesDifferByCodeObjectOffsetAndAgentName) {
-  InstallCountingTool();
-  AddCodeObject();
-  AddCodeObject();
-  AddAgent("gpu-gfx926");
-  AddAgent("gpu-gfx926");
-  for (int round = 0; round < 2; ++round) {
-    Window(0x7F0000000100);
-    Window(0x7F0000000104);
-    Window(0x7F0000001100);
-    Window(0x7F0000000100, 1);
-    Window(0x7F0000000100, 2);  // another agent of the same name
-  }
-  EXPECT_EQ(Log(),
-            "--mcpu=gfx906 --start-address=0XE0 --stop-address=0X120 code_object_0\n"
-            "--mcpu=gfx906 --start-address=0XE4 --stop-address=0X124 code_object_0\n"
-            "--mcpu=gfx906 --start-address=0XE0 --stop-address=0X120 code_object_1\n"
-            "--mcpu=gfx926 --start-address=0XE0 --stop-address=0X120 code_object_0\n");
-}
-
-TEST_F(FaultWindowTest, APlaceWithoutToolIsTriedAgain) {
-  AddCodeObject();
-  std::string text;
-  OutputCapture capture;
-  EXPECT_FALSE(analyser_.DisFaultCodeObject(analyser_.agent_lists[0], 0x7F0000000100, text));
-  capture.Stop();
-  rocm_.InstallScript("echo here\n");
-  EXPECT_EQ(Window(0x7F0000000100), "Code Object:\nhere\n\nPC offset: 0X100\n\n");
-}
-
-TEST_F(FaultWindowTest, ManyFaultsInACodeObjectMakeOneListing) {
-  InstallCountingTool();
-  CodeObjectInfo* first = AddCodeObject();
-  CodeObjectInfo* second = AddCodeObject();
-  AddCodeObject();
-  Window(0x7F0000001100);
-  Window(0x7F0000000100);
-  Window(0x7F0000001200);
-  Window(0x7F0000001100);
-  EXPECT_EQ(analyser_.err_code_lists, (CodeObjects{second, first}));
-  const Output output = List("debug");
-  size_t listings = 0;
-  for (const std::string& line : SortedLines(output.out)) {
-    listings += line.find("DisCodeObject agent name:") != std::string::npos ? 1 : 0;
-  }
-  EXPECT_EQ(listings, 2u);
-  EXPECT_EQ(ListTree(codes_), (Names{"code_object_0", "code_object_0.asm", "code_object_1",
-                                     "code_object_1.asm", "code_object_2"}));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Little-endian fields of a file, for tests that know where each lies.
+// Little-endian fields of a file and zeros in it, for tests that know where each lies.
 #pragma once
 
 #include <cstdint>
@@ -31,3 +31,5 @@ inline std::vector<uint32_t> U32sAt(const std::string& bytes, size_t offset, siz
   }
   return words;
 }
+
+inline std::string Zeros(size_t count) { return std::string(count, '\0'); }

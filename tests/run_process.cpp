@@ -1,6 +1,7 @@
 #include "run_process.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -96,4 +97,10 @@ ProcessResult RunProcess(const std::string& program, const std::vector<std::stri
   result.out = ReadStream(out.get());
   result.err = ReadStream(err.get());
   return result;
+}
+
+void ExpectFailedRun(const ProcessResult& result, const std::string& log) {
+  EXPECT_EQ(result.status, 255);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(WithoutTimes(result.err), log);
 }

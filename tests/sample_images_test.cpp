@@ -14,8 +14,6 @@
 namespace sample {
 namespace {
 
-std::string Zeros(size_t count) { return std::string(count, '\0'); }
-
 // ---------------------------------------------------------------------------------------------
 // Context save areas
 

@@ -3,6 +3,9 @@
 
 #include <string>
 
+#include "aql_slots.h"
+#include "occupancy_text.h"
+
 namespace small_dump {
 
 inline constexpr char kFaultInfo[] =
@@ -30,58 +33,17 @@ inline std::string AgentText(const std::string& number, const std::string& name)
          "\n";
 }
 
-inline constexpr char kFreeCells[] = " - - - - | - - - - |";  // of two CUs
-
-// The occupancy table whose SE 0 and SE 1 have these cells in CU 0 and 1, all others being empty.
-inline std::string OccupancyText(const std::string& se0, const std::string& se1,
-                                 const std::string& summary) {
-  const std::string rule = std::string(85, '-') + "\n";
-  const std::string double_rule = std::string(85, '=') + "\n";
-  const std::string six_free = std::string(kFreeCells) + kFreeCells + kFreeCells + "\n";
-  const std::string free_row = kFreeCells + six_free;
-  std::string text = rule;
-  text += "SIMD| 0 1 2 3 | 0 1 2 3 | 0 1 2 3 | 0 1 2 3 ";
-  text += "| 0 1 2 3 | 0 1 2 3 | 0 1 2 3 | 0 1 2 3 | \n";
-  text += rule;
-  text += "CU  |    0    |    1    |    2    |    3    ";
-  text += "|    4    |    5    |    6    |    7    |\n";
-  text += "S0H0|" + se0 + six_free + "S1H0|" + se1 + six_free;
-  text += "S2H0|" + free_row + "S3H0|" + free_row;
-  text += rule;
-  text += "CU  |    8    |    9    |   10    |   11    ";
-  text += "|   12    |   13    |   14    |   15    |\n";
-  text += "S0H0|" + free_row + "S1H0|" + free_row + "S2H0|" + free_row + "S3H0|" + free_row;
-  text += double_rule;
-  text +=
-      "Used SEs(4)     Used CUs(64)    Used SIMDs(256)     Active Waves      Waves Occupancy   \n";
-  text += summary + "\n";
-  return text + double_rule;
-}
-
-inline std::string NoWaves() {
-  return OccupancyText(
-      kFreeCells, kFreeCells,
-      "     0               0               0                   0               0.000 %");
-}
-
 // Waves of queue 7 at SE 1, CU 1.
 inline std::string SecondWaveOnly() {
-  return OccupancyText(
-      kFreeCells, " - - - - | - 1 - - |",
+  return occupancy::Text(
+      occupancy::kFreeCells, " - - - - | - 1 - - |",
       "     1               1               1                   1               0.039 %");
 }
 
 inline std::string BothWaves() {
-  return OccupancyText(
-      kFreeCells, " - - - - | 1 1 - - |",
+  return occupancy::Text(
+      occupancy::kFreeCells, " - - - - | 1 1 - - |",
       "     1               1               2                   2               0.078 %");
-}
-
-// The wave of queue 9 at SE 0, CU 0.
-inline std::string OneWave() {
-  return OccupancyText(
-      " 1 - - - | - - - - |", kFreeCells,
-      "     1               1               1                   1               0.039 %");
 }
 
 struct QueueTexts {
@@ -164,16 +126,9 @@ inline std::string BarrierSlot(const std::string& index, const std::string& type
 }
 
 // The third slot of queue 7 when the word that holds its header is gone.
-inline constexpr char kRetiredSlotWithoutHeader[] =
-    "\npacket index: 2\n"
-    "header format: INVALID\n"
-    "header barrier: 0\n"
-    "header acquire_fence_scope: SCOPE_NONE\n"
-    "header release_fence_scope: SCOPE_NONE\n"
-    "0X0001 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 \n"
-    "0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 \n"
-    "0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 \n"
-    "0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 \n";
+inline std::string RetiredSlotWithoutHeader() {
+  return std::string("\npacket index: 2\n") + kNotRetired;
+}
 
 inline constexpr char kTrap[] =
     "packet sub index: 0\n"

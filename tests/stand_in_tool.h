@@ -40,3 +40,9 @@ class StandInRocm {
 
   std::string path_;
 };
+
+// What is reported of the code object at `path` when the tool fails.
+inline std::string DisassemblyUnavailable(const std::string& path) {
+  return "Code Object:\n" + path +
+         "\n\n(Disassembly unavailable - is amdgcn-capable llvm-objdump available ?)\n\n";
+}

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "captured_output.h"
 #include "core_file_writer.h"
 #include "damaged_file.h"
+#include "occupancy_text.h"
 #include "run_process.h"
 #include "small_dump.h"
 #include "small_dump_texts.h"
@@ -162,7 +164,7 @@ class Prefix {
   std::string ExpectFirstContext() {
     const uint64_t area = at_.contexts[0];
     if (!ExpectArea(0, 3108, 20)) {
-      return small_dump::NoWaves();
+      return occupancy::NoWaves();
     }
     const bool has_first_record = Holds(area, 32);
     const bool has_second_record = Holds(area, 36);
@@ -183,23 +185,23 @@ class Prefix {
       files_["queues/7/waves"] = "Total waves count: 1\nse1.sh0.cu1.simd1.wave0\n";
       return small_dump::SecondWaveOnly();
     }
-    return small_dump::NoWaves();
+    return occupancy::NoWaves();
   }
 
   // Header 0, control stack 16 (preamble, wave record), wave 28, end 220.
   std::string ExpectSecondContext() {
     const uint64_t area = at_.contexts[2];
     if (!ExpectArea(2, 220, 12)) {
-      return small_dump::NoWaves();
+      return occupancy::NoWaves();
     }
     if (!Holds(area, 220)) {
       if (Holds(area, 28)) {
         Lose(AreaName(2) + ", waves lost: 1, the first", area + 28, 192, Available(area + 28));
       }
-      return small_dump::NoWaves();
+      return occupancy::NoWaves();
     }
     files_["queues/9/waves"] = "Total waves count: 1\nse0.sh0.cu0.simd0.wave1\n";
-    return small_dump::OneWave();
+    return occupancy::OneWave();
   }
 
   void ExpectQueues() {
@@ -254,7 +256,7 @@ class Prefix {
     }
     if (slots > 2) {
       packets += has_third_header ? small_dump::BarrierSlot("2", "BARRIER_AND (complete)", "0X0")
-                                  : small_dump::kRetiredSlotWithoutHeader;
+                                  : small_dump::RetiredSlotWithoutHeader();
     }
     files_["queues/7/packets"] = packets;
     ExpectRing(0, 3 * kSlotSize, "aql_rb");
@@ -346,10 +348,9 @@ TEST_F(TruncationSweep, TheProgramEndsWell) {
     const Prefix expected(file_, size);
     std::filesystem::remove_all(out);
     WriteText(core, Truncated(bytes_, size));
-    // A failed load leaves its analyser to the system, which a leak checker must not count.
     const ProcessResult result =
         RunProcess(TALVEX_BINARY, {"-i", core, "-o", out, "-m", mems_, "-r", dir_.Path("rocm")},
-                   {.working_directory = "", .environment = {"ASAN_OPTIONS=detect_leaks=0"}});
+                   {.working_directory = "", .environment = {kNoLeakCheck}});
     EXPECT_EQ(result.status, expected.loaded() ? 0 : 255);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(

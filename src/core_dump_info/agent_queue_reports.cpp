@@ -19,6 +19,14 @@ const char* NameOf(const std::array<const char*, N>& names, uint32_t value) {
 
 }  // namespace
 
+std::string CoreDumpInfo::QueueDir(uint32_t queue_id) const {
+  return dump_queue_dir_ + "/" + std::to_string(queue_id);
+}
+
+std::string CoreDumpInfo::AgentReport(const CoreDumpAgent& agent) {
+  return "agent_" + std::to_string(agent.node_id);
+}
+
 bool CoreDumpInfo::dumpAgent(CoreDumpAgent* agent) {
   std::string text;
   text += StrFormat("Gpu id: %d\n", agent->gpu_id);
@@ -35,7 +43,7 @@ bool CoreDumpInfo::dumpAgent(CoreDumpAgent* agent) {
   text += StrFormat("Waves per cu: %d\n", agent->waves_per_cu);
   text += StrFormat("Max engine freq: %d\n", agent->max_engine_freq);
   text += StrFormat("Max memory freq: %d\n\n", agent->max_memory_freq);
-  return WriteTextFile(dump_dir_, StrFormat("agent_%u", agent->node_id), text, false);
+  return WriteTextFile(dump_dir_, AgentReport(*agent), text, false);
 }
 
 bool CoreDumpInfo::dumpQueue(CoreDumpQueue* queue) {
@@ -65,6 +73,5 @@ bool CoreDumpInfo::dumpQueue(CoreDumpQueue* queue) {
     text +=
         StrFormat("\tcontext stack size: 0X%X\n", static_cast<uint32_t>(queue->control_stack_size));
   }
-  return WriteTextFile(StrFormat("%s/%u", dump_queue_dir_.c_str(), queue->queue_id), "queue", text,
-                       false);
+  return WriteTextFile(QueueDir(queue->queue_id), "queue", text, false);
 }

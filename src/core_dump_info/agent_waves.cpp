@@ -2,6 +2,7 @@
 // ones with the code around their PC, and the waves that a signal dump recorded.
 
 #include <algorithm>
+#include <utility>
 
 #include "core_dump_info.h"
 #include "core_dump_info/context_save_area.h"
@@ -15,31 +16,22 @@ namespace {
 // TRAPSTS bits 8 and 11: either makes a wave a faulting one.
 constexpr uint32_t kTrapStsFault = 0x900;
 
-// How many waves of an agent any file may have. Areas share no bytes, so a larger file has no more
-// of them than fit into it; a damaged one may name the same area in thousands of queues.
+// Least bound on the waves held for one agent. The areas of a well-formed file share no bytes, so
+// that it has at most its size / kSmallestWaveSize waves; a damaged one may name one area in
+// thousands of queues.
 constexpr uint64_t kMostWaves = 262144;
 
 bool IsFaulting(const WaveStateInfo& wave) { return (wave.regs.trapsts & kTrapStsFault) != 0; }
-
-void LogError(const char* message) {
-  if (utils::GetLogLevel() >= utils::kLogError) {
-    utils::Print(utils::kLogError, "%s", message);
-  }
-}
-
-std::string AgentFileName(const CoreDumpAgent& agent) {
-  return StrFormat("agent_%u", agent.node_id);
-}
 
 }  // namespace
 
 bool CoreDumpInfo::GetQueueWaveStates(CoreDumpAgent* agent_info, CoreDumpQueue* queue_info,
                                       QueueWaveMap& queues_waves) {
   if (agent_info == nullptr || queue_info == nullptr) {
-    LogError("invalid args for agent info or queue info.\n");
+    utils::Log(utils::kLogError, "invalid args for agent info or queue info.\n");
     return false;
   }
-  const std::string save_dir = StrFormat("%s/%u", dump_queue_dir_.c_str(), queue_info->queue_id);
+  const std::string save_dir = QueueDir(queue_info->queue_id);
   const Bytes area = image_.Clip(queue_info->context_offset, queue_info->context_sr_size);
   // The raw area is written before anything is looked at, so that it is there for whatever fails
   // next.
@@ -63,19 +55,23 @@ bool CoreDumpInfo::GetQueueWaveStates(CoreDumpAgent* agent_info, CoreDumpQueue* 
                 loss.wanted, loss.available);
   }
   if (saved.verdict == ContextSaveArea::Verdict::kAddressCheckFailed) {
-    LogError("Ctrl stack / context save address check fail\n");
+    utils::Log(utils::kLogError, "Ctrl stack / context save address check fail\n");
     return false;
   }
-  std::vector<WaveStateInfo>& waves = queues_waves[queue_info->queue_id];
   const uint64_t most = std::max(kMostWaves, image_size_ / kSmallestWaveSize);
   if (saved.waves.size() > most - wave_count_) {
     damage_.Add(what + ", more waves than the file has room for", file_offset, area.size(), 0);
-    return true;
+    saved.waves.resize(most - wave_count_);
   }
   wave_count_ += saved.waves.size();
-  waves.insert(waves.end(), saved.waves.begin(), saved.waves.end());
+  std::vector<WaveStateInfo>& waves = queues_waves[queue_info->queue_id];
+  if (waves.empty()) {
+    waves = std::move(saved.waves);
+  } else {
+    waves.insert(waves.end(), saved.waves.begin(), saved.waves.end());
+  }
   if (saved.verdict == ContextSaveArea::Verdict::kSizeCheckFailed) {
-    LogError("Context save size check fail\n");
+    utils::Log(utils::kLogError, "Context save size check fail\n");
     return false;
   }
   return true;
@@ -92,33 +88,29 @@ bool CoreDumpInfo::GetQueuesWaveStates(CoreDumpAgent* agent_info, QueueWaveMap& 
 
 bool CoreDumpInfo::DumpAgentWaves(CoreDumpAgent* agent_info) {
   if (agent_info == nullptr) {
-    LogError("Invlid agent info.\n");
+    utils::Log(utils::kLogError, "Invlid agent info.\n");
     return false;
   }
   const uint32_t gfxv = FindGfxIp(static_cast<uint16_t>(agent_info->chip_id));
-  if (utils::GetLogLevel() >= utils::kLogDebug) {
-    utils::Print(utils::kLogDebug, "%s gfx version: 0x%x\n", __func__, gfxv);
-  }
+  utils::Log(utils::kLogDebug, "%s gfx version: 0x%x\n", __func__, gfxv);
   QueueWaveMap queues_waves;
   wave_count_ = 0;
   if (!GetQueuesWaveStates(agent_info, queues_waves)) {
-    LogError("get queue wave states failed\n");
+    utils::Log(utils::kLogError, "get queue wave states failed\n");
     return false;
   }
   std::string occupancy;
   if (!GenAgentOccupyInfo(queues_waves, occupancy)) {
-    LogError("get agent Occupy Info failed\n");
+    utils::Log(utils::kLogError, "get agent Occupy Info failed\n");
     return false;
   }
-  if (!WriteTextFile(dump_dir_, AgentFileName(*agent_info), occupancy, true)) {
-    LogError("write str_occupy failed\n");
+  if (!WriteTextFile(dump_dir_, AgentReport(*agent_info), occupancy, true)) {
+    utils::Log(utils::kLogError, "write str_occupy failed\n");
     return false;
   }
   for (auto& [queue_id, waves] : queues_waves) {
     if (GetQueueInfoByQueueId(queue_id) == nullptr) {
-      if (utils::GetLogLevel() >= utils::kLogError) {
-        utils::Print(utils::kLogError, "Failed to get queue by id: 0X%X", queue_id);
-      }
+      utils::Log(utils::kLogError, "Failed to get queue by id: 0X%X", queue_id);
       return false;
     }
     if (!DumpQueueWaves(*agent_info, queue_id, waves)) {
@@ -152,12 +144,11 @@ bool CoreDumpInfo::DumpQueueWaves(const CoreDumpAgent& agent, uint32_t queue_id,
     return true;
   }
 
-  // Then every wave's text, made once. The count line stands in fault_info already, so that file
-  // has appeared before the queue's own.
+  // Then each wave's text, made once for both files. fault_info begins with the count: hence the
+  // windows first.
   const uint32_t gfxv = FindGfxIp(static_cast<uint16_t>(agent.chip_id));
   ReportFile fault_report(dump_dir_, "fault_info", ReportFile::Mode::kAppend);
-  ReportFile waves_report(StrFormat("%s/%u", dump_queue_dir_.c_str(), queue_id), "waves",
-                          ReportFile::Mode::kReplace);
+  ReportFile waves_report(QueueDir(queue_id), "waves", ReportFile::Mode::kReplace);
   std::string& text = waves_report.text();
   text = StrFormat("Total waves count: %zu\n", waves.size());
   auto window = windows.begin();
@@ -174,8 +165,8 @@ bool CoreDumpInfo::DumpQueueWaves(const CoreDumpAgent& agent, uint32_t queue_id,
     }
     waves_report.Spill();
   }
-  const bool fault_written = windows.empty() || fault_report.Close();
-  return fault_written && waves_report.Close();
+  const bool waves_written = waves_report.Close();
+  return (windows.empty() || fault_report.Close()) && waves_written;
 }
 
 void CoreDumpInfo::NoteWaveLoss(uint32_t queue_id, const char* what, const WavePart& part) {
@@ -188,10 +179,8 @@ void CoreDumpInfo::NoteWaveLoss(uint32_t queue_id, const char* what, const WaveP
 
 bool CoreDumpInfo::DumpAgentActiveWaves(CoreDumpAgent* agent_info) {
   if (agent_info->wave_count == 0) {
-    if (utils::GetLogLevel() >= utils::kLogWarning) {
-      utils::Print(utils::kLogWarning, "agent:%s is no active wave!\n",
-                   std::string(FixedText(agent_info->name)).c_str());
-    }
+    utils::Log(utils::kLogWarning, "agent:%s is no active wave!\n",
+               std::string(FixedText(agent_info->name)).c_str());
     return true;
   }
   const uint64_t address = agent_info->wave_offset;
@@ -202,12 +191,12 @@ bool CoreDumpInfo::DumpAgentActiveWaves(CoreDumpAgent* agent_info) {
 
   std::string occupancy;
   if (!GenAgentOccupyInfo(reinterpret_cast<WaveInfo*>(address), wave_count, occupancy)) {
-    LogError("get agent Occupy Info failed\n");
+    utils::Log(utils::kLogError, "get agent Occupy Info failed\n");
   }
-  if (!WriteTextFile(dump_dir_, AgentFileName(*agent_info), occupancy, true)) {
-    LogError("write str_occupy failed\n");
+  if (!WriteTextFile(dump_dir_, AgentReport(*agent_info), occupancy, true)) {
+    utils::Log(utils::kLogError, "write str_occupy failed\n");
   }
-  ReportFile report(dump_dir_, AgentFileName(*agent_info) + "_active_waves",
+  ReportFile report(dump_dir_, AgentReport(*agent_info) + "_active_waves",
                     ReportFile::Mode::kReplace);
   report.text() = StrFormat("Total active waves count: %d\n", wave_count);
   const auto* record = reinterpret_cast<const unsigned char*>(address);
@@ -216,7 +205,7 @@ bool CoreDumpInfo::DumpAgentActiveWaves(CoreDumpAgent* agent_info) {
     report.Spill();
   }
   if (!report.Close()) {
-    LogError("write wave failed\n");
+    utils::Log(utils::kLogError, "write wave failed\n");
   }
   return true;
 }

@@ -55,26 +55,24 @@ void CoreDumpInfo::GetQueueInfoByGpuId(uint32_t gpu_id, std::vector<CoreDumpQueu
   }
 }
 
-KernelInfo* CoreDumpInfo::GetKernelFromList(uint64_t loaded_addr) const {
-  for (const CodeObjectInfo* code_object : code_object_lists) {
-    for (KernelInfo* kernel : code_object->kernel_list) {
-      if (kernel->loaded_addr == loaded_addr) {
-        return kernel;
+CoreDumpInfo::LoadedKernel CoreDumpInfo::KernelAt(uint64_t loaded_addr) const {
+  if (kernel_index_.empty()) {
+    for (CodeObjectInfo* code_object : code_object_lists) {
+      for (KernelInfo* kernel : code_object->kernel_list) {
+        kernel_index_.try_emplace(kernel->loaded_addr, LoadedKernel{kernel, code_object});
       }
     }
   }
-  return nullptr;
+  const auto found = kernel_index_.find(loaded_addr);
+  return found != kernel_index_.end() ? found->second : LoadedKernel{};
+}
+
+KernelInfo* CoreDumpInfo::GetKernelFromList(uint64_t loaded_addr) const {
+  return KernelAt(loaded_addr).kernel;
 }
 
 CodeObjectInfo* CoreDumpInfo::GetCodeObjectFromList(uint64_t loaded_addr) const {
-  for (CodeObjectInfo* code_object : code_object_lists) {
-    for (const KernelInfo* kernel : code_object->kernel_list) {
-      if (kernel->loaded_addr == loaded_addr) {
-        return code_object;
-      }
-    }
-  }
-  return nullptr;
+  return KernelAt(loaded_addr).code_object;
 }
 
 CodeObjectInfo* CoreDumpInfo::GetCodeObjectByPC(uint64_t pc) const {

@@ -108,20 +108,20 @@ void AppendHeader(uint32_t header, uint32_t type, bool is_complete, std::string&
 
 }  // namespace
 
-uint32_t AppendAqlPacket(const unsigned char* slot, uint32_t backup_header, uint32_t full_version,
-                         std::string& out) {
+uint32_t AppendAqlPacket(const unsigned char* slot, std::optional<uint32_t> backup_header,
+                         uint32_t full_version, std::string& out) {
   uint32_t header = LoadU16(slot);
   bool is_complete = false;
   uint32_t aql_type = header & kTypeMask;
-  if (aql_type == AQL_TYPE_INVALID) {
+  if (aql_type == AQL_TYPE_INVALID && backup_header) {
     // The runtime retires a packet by making its header INVALID and keeps the old one: behind the
     // ring, or at byte 48 in older core files. Where the header comes from and whether there is one
     // are tested apart, on purpose: either source makes a packet a retired one, whatever the
     // version.
     const uint32_t kept_in_slot = LoadU32(slot + kRetiredHeaderOffset);
-    if (backup_header != 0 || kept_in_slot != 0) {
+    if (*backup_header != 0 || kept_in_slot != 0) {
       const bool has_backup_array = full_version > kLastVersionWithoutHeaderBackup;
-      header = (has_backup_array ? backup_header : kept_in_slot) & 0xFFFF;
+      header = (has_backup_array ? *backup_header : kept_in_slot) & 0xFFFF;
       is_complete = true;
       aql_type = header & kTypeMask;
     }

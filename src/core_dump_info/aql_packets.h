@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 constexpr uint64_t kAqlPacketSize = 64;
@@ -11,7 +12,8 @@ constexpr uint64_t kAqlPacketSize = 64;
 constexpr uint32_t kLastVersionWithoutHeaderBackup = 0x100FF;
 
 // Appends the header lines and the body of the packet in the 64 bytes at `slot`. `backup_header` is
-// the slot's word of the header backup array, 0 without one. Returns the packet's type, which is
+// the slot's word of the header backup array: 0 in versions without one, nothing when the file has
+// lost it, and then the packet is shown as it stands. Returns the packet's type, which is
 // AQL_TYPE_RESERVED for every type that has no name.
-uint32_t AppendAqlPacket(const unsigned char* slot, uint32_t backup_header, uint32_t full_version,
-                         std::string& out);
+uint32_t AppendAqlPacket(const unsigned char* slot, std::optional<uint32_t> backup_header,
+                         uint32_t full_version, std::string& out);

@@ -12,9 +12,7 @@ void DamageReport::Add(std::string_view what, uint64_t file_offset, uint64_t wan
   line += StrFormat(": file offset 0X%" PRIX64 ", wanted %" PRIu64 " bytes, available %" PRIu64
                     " bytes\n",
                     file_offset, wanted, available);
-  if (utils::GetLogLevel() >= utils::kLogError) {
-    utils::Print(utils::kLogError, "damaged core file: %s", line.c_str());
-  }
+  utils::Log(utils::kLogError, "damaged core file: %s", line.c_str());
   WriteTextFile(dump_dir_, "damage", line, started_);
   started_ = true;
 }

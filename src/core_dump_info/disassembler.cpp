@@ -18,7 +18,6 @@
 
 namespace {
 
-constexpr int64_t kWholeObject = -1;
 constexpr int64_t kWindow = 0x20;  // bytes on either side of the offset
 
 // Where the processor number stands in an agent's name.
@@ -52,12 +51,6 @@ class StringSink : public DisassemblySink {
  private:
   std::string& text_;
 };
-
-void LogError(const std::string& message) {
-  if (utils::GetLogLevel() >= utils::kLogError) {
-    utils::Print(utils::kLogError, message);
-  }
-}
 
 std::string McpuOption(const std::string& agent_name) {
   const bool is_orven = agent_name.find("ORVEN") != std::string::npos;
@@ -139,26 +132,28 @@ bool Reap(pid_t pid) {
 
 }  // namespace
 
+void LogDisassembly(const DisassemblyJob& job) {
+  utils::Log(utils::kLogDebug, "DisCodeObject agent name:%s code object name: %s\n",
+             job.agent_name.c_str(), job.code_object_name.c_str());
+}
+
 bool Disassemble(const DisassemblyJob& job, DisassemblySink& sink) {
   const std::string llvm_objdump = job.rocm_dir + "/llvm/bin/llvm-objdump";
   if (!IsFileExist(llvm_objdump)) {
-    LogError("Can't find llvm-objdump in path: " + llvm_objdump);
+    utils::Log(utils::kLogError, "Can't find llvm-objdump in path: %s", llvm_objdump.c_str());
     return false;
   }
-  if (utils::GetLogLevel() >= utils::kLogDebug) {
-    utils::Print(utils::kLogDebug, "DisCodeObject agent name:%s code object name: %s\n",
-                 job.agent_name.c_str(), job.code_object_name.c_str());
-  }
+  LogDisassembly(job);
   const std::string code_object_file = job.dump_code_dir + "/" + job.code_object_name;
   if (!IsFileExist(code_object_file)) {
-    LogError("Can't find file: " + code_object_file);
+    utils::Log(utils::kLogError, "Can't find file: %s", code_object_file.c_str());
     return false;
   }
   // Close-on-exec: a child that another thread starts in between must not keep this pipe open, or
   // this listing would wait for a stranger's child.
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) {
-    LogError("Failed to create pipe");
+    utils::Log(utils::kLogError, "Failed to create pipe");
     return false;
   }
   FileDescriptor read_end(ends[0]);

@@ -15,12 +15,14 @@ class DisassemblySink {
   virtual void Add(std::string_view piece) = 0;
 };
 
+constexpr int64_t kWholeObject = -1;
+
 // What to disassemble, and with which tool.
 struct DisassemblyJob {
-  std::string agent_name;        // gives the processor number
-  std::string code_object_name;  // a file in dump_code_dir
-  int64_t dis_offset = -1;       // -1: all of it; else 32 bytes before and after this offset
-  std::string rocm_dir;          // the tool is llvm/bin/llvm-objdump under it
+  std::string agent_name;             // gives the processor number
+  std::string code_object_name;       // a file in dump_code_dir
+  int64_t dis_offset = kWholeObject;  // all of it, or 32 bytes before and after this offset
+  std::string rocm_dir;               // the tool is llvm/bin/llvm-objdump under it
   std::string dump_code_dir;
 };
 
@@ -30,7 +32,11 @@ struct DisassemblyJob {
 // be made. Blocks until the child is reaped. Any thread may call it; children share no pipe.
 bool Disassemble(const DisassemblyJob& job, DisassemblySink& sink);
 
-// The same into a string, which is assigned.
+// Logs that the job is wanted, at debug level. Disassemble does so itself; this is for a job whose
+// text is at hand already.
+void LogDisassembly(const DisassemblyJob& job);
+
+// Disassembles into a string, which is assigned.
 bool DisCodeObject(const std::string& agent_name, const std::string& code_object_name,
                    int64_t dis_offset, std::string& dis_code, std::string rocm_dir_,
                    std::string dump_code_dir_);

@@ -50,12 +50,6 @@ const char* QueueErrorText(uint32_t status) {
   return "Undefined code;";
 }
 
-void LogInfo(const char* message) {
-  if (utils::GetLogLevel() >= utils::kLogInfo) {
-    utils::Print(utils::kLogInfo, "%s", message);
-  }
-}
-
 std::string AgentLines(const char* event, const CoreDumpReasonInfo& info) {
   return StrFormat("%s in GPU agent: %s\n", event,
                    std::string(FixedText(info.agent_name)).c_str()) +
@@ -65,15 +59,14 @@ std::string AgentLines(const char* event, const CoreDumpReasonInfo& info) {
 }  // namespace
 
 bool CoreDumpInfo::dump() {
-  const bool log_errors = utils::GetLogLevel() >= utils::kLogError;
-  if (!dumpReasonInfo() && log_errors) {
-    utils::Print(utils::kLogError, "dump reason info failed\n");
+  if (!dumpReasonInfo()) {
+    utils::Log(utils::kLogError, "dump reason info failed\n");
   }
-  LogInfo("CoreDump dump agent.\n");
+  utils::Log(utils::kLogInfo, "CoreDump dump agent.\n");
   for (CoreDumpAgent* agent : agent_lists) {
-    if (!dumpAgent(agent) && log_errors) {
-      utils::Print(utils::kLogError, "dump agent: %s failed\n",
-                   std::string(FixedText(agent->name)).c_str());
+    if (!dumpAgent(agent)) {
+      utils::Log(utils::kLogError, "dump agent: %s failed\n",
+                 std::string(FixedText(agent->name)).c_str());
     }
     if (reason_info.reason != CORE_DUMP_SIGNAL) {
       DumpAgentWaves(agent);
@@ -81,22 +74,22 @@ bool CoreDumpInfo::dump() {
       DumpAgentActiveWaves(agent);
     }
   }
-  LogInfo("CoreDump dump queue.\n");
+  utils::Log(utils::kLogInfo, "CoreDump dump queue.\n");
   for (CoreDumpQueue* queue : queue_lists) {
-    if (!dumpQueue(queue) && log_errors) {
-      utils::Print(utils::kLogError, "dump queue: %d failed\n", queue->queue_id);
+    if (!dumpQueue(queue)) {
+      utils::Log(utils::kLogError, "dump queue: %d failed\n", queue->queue_id);
     }
-    if (!DumpPacket(queue) && log_errors) {
-      utils::Print(utils::kLogError, "dump packet: %d failed\n", queue->queue_id);
+    if (!DumpPacket(queue)) {
+      utils::Log(utils::kLogError, "dump packet: %d failed\n", queue->queue_id);
     }
   }
   DisAllCodeObject();
-  LogInfo("CoreDump end!\n");
+  utils::Log(utils::kLogInfo, "CoreDump end!\n");
   return true;
 }
 
 bool CoreDumpInfo::dumpReasonInfo() {
-  LogInfo("CoreDump dump reason info.\n");
+  utils::Log(utils::kLogInfo, "CoreDump dump reason info.\n");
   switch (reason_info.reason) {
     case CORE_DUMP_QUEUE_ERROR:
       return dumpQueueErrorInfo(reason_info);

@@ -48,6 +48,7 @@ const FaultWindows::Window* FaultWindows::Get(const DisassemblyJob& job) {
   Key key(job.agent_name, job.code_object_name, job.dis_offset);
   const auto found = windows_.find(key);
   if (found != windows_.end()) {
+    LogDisassembly(job);
     return &found->second;
   }
   Window window;

@@ -66,16 +66,15 @@ int GetCpuNum() {
 // Thread entry. Jobs are dealt out in turn: worker k of n makes the listings k, k + n, k + 2n ...
 void* thread_disassemble(void* arg) {
   const auto& args = *static_cast<const DisCodeObjectArgs*>(arg);
-  if (utils::GetLogLevel() >= utils::kLogDebug) {
-    utils::Print(utils::kLogDebug, "thread_disassemble id: %d\n", args.id);
-  }
+  utils::Log(utils::kLogDebug, "thread_disassemble id: %d\n", args.id);
   for (int i = args.id; i < args.code_count; i += args.thread_count) {
     const DisCode& code = DisCodeList[static_cast<size_t>(i)];
     ReportFile listing(args.dump_code_dir, code.code_name + ".asm", ReportFile::Mode::kReplace,
                        kListingChunkSize);
     ListingSink sink(listing);
     // A missing tool or code object leaves an empty listing.
-    Disassemble({code.agent_name, code.code_name, -1, args.rocm_dir, args.dump_code_dir}, sink);
+    Disassemble({code.agent_name, code.code_name, kWholeObject, args.rocm_dir, args.dump_code_dir},
+                sink);
     listing.Close();
   }
   return nullptr;
@@ -135,9 +134,7 @@ void CoreDumpInfo::DisAllCodeObject() {
     return;
   }
   const int thread_count = std::min({GetCpuNum(), kMaxThreads, code_count});
-  if (utils::GetLogLevel() >= utils::kLogDebug) {
-    utils::Print(utils::kLogDebug, "CoreDump disassemble thread count: %d\n", thread_count);
-  }
+  utils::Log(utils::kLogDebug, "CoreDump disassemble thread count: %d\n", thread_count);
   DisCodeObjectArgs args[kMaxThreads];
   pthread_t threads[kMaxThreads];
   bool started[kMaxThreads] = {};

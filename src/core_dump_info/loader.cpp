@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cinttypes>
-#include <cstdarg>
 
 #include "core_dump_info.h"
 #include "core_dump_info/report_file.h"
@@ -28,16 +27,9 @@ constexpr size_t kWorkingDirectorySize = 1024;
 constexpr uint64_t kMostAgents = 4096;
 constexpr uint64_t kMostQueues = 65536;
 constexpr uint64_t kMostCodeObjects = 65536;
-constexpr uint64_t kMostKernels = 262144;  // of all code objects together
-
-__attribute__((format(printf, 2, 3))) void Log(utils::LogLevel level, const char* format, ...) {
-  if (utils::GetLogLevel() >= level) {
-    va_list args;
-    va_start(args, format);
-    utils::Print(level, format, args);
-    va_end(args);
-  }
-}
+// Of all code objects together, or as many as fit into the file if that is more: each agent has its
+// own code objects, and a kernel library tens of thousands of kernels.
+constexpr uint64_t kMostKernels = 262144;
 
 const void* AsPointer(uint64_t address) { return reinterpret_cast<const void*>(address); }
 
@@ -62,7 +54,7 @@ bool CoreDumpInfo::init(uint64_t ptr, const char* out, const char* rocm, const c
                         bool disAll) {
   char cwd[kWorkingDirectorySize];
   if (getcwd(cwd, sizeof(cwd)) == nullptr) {
-    Log(utils::kLogError, "[init] get cwd failed\n");
+    utils::Log(utils::kLogError, "[init] get cwd failed\n");
     return false;
   }
   current_dir_ = cwd;
@@ -72,12 +64,12 @@ bool CoreDumpInfo::init(uint64_t ptr, const char* out, const char* rocm, const c
   rocm_dir_ = rocm != nullptr ? rocm : "/opt/rocm";
   mem_dir_ = m_dir != nullptr ? m_dir : current_dir_ + "/mems";
   dis_all_code_object = disAll;
-  Log(utils::kLogDebug, "CoreDump init dump_dir_: %s\n", dump_dir_.c_str());
-  Log(utils::kLogDebug, "CoreDump init dump_code_dir_: %s\n", dump_code_dir_.c_str());
-  Log(utils::kLogDebug, "CoreDump init dump_queue_dir_: %s\n", dump_queue_dir_.c_str());
-  Log(utils::kLogDebug, "CoreDump init rocm_dir_: %s\n", rocm_dir_.c_str());
-  Log(utils::kLogDebug, "CoreDump init mem_dir_: %s\n", mem_dir_.c_str());
-  Log(utils::kLogDebug, "CoreDump init dis_all_code_object: %d\n", dis_all_code_object);
+  utils::Log(utils::kLogDebug, "CoreDump init dump_dir_: %s\n", dump_dir_.c_str());
+  utils::Log(utils::kLogDebug, "CoreDump init dump_code_dir_: %s\n", dump_code_dir_.c_str());
+  utils::Log(utils::kLogDebug, "CoreDump init dump_queue_dir_: %s\n", dump_queue_dir_.c_str());
+  utils::Log(utils::kLogDebug, "CoreDump init rocm_dir_: %s\n", rocm_dir_.c_str());
+  utils::Log(utils::kLogDebug, "CoreDump init mem_dir_: %s\n", mem_dir_.c_str());
+  utils::Log(utils::kLogDebug, "CoreDump init dis_all_code_object: %d\n", dis_all_code_object);
 
   image_ = CoreImage(ptr, image_size_);
   damage_.SetDirectory(dump_dir_);
@@ -85,37 +77,37 @@ bool CoreDumpInfo::init(uint64_t ptr, const char* out, const char* rocm, const c
   if (!LoadHeader(ptr, header)) {
     return false;
   }
-  Log(utils::kLogDebug, "Agent: %p count: %ld\n", AsPointer(ptr + header.agent_offset),
-      header.agent_count);
-  Log(utils::kLogDebug, "Queue: %p count: %ld\n", AsPointer(ptr + header.queue_offset),
-      header.queue_count);
-  Log(utils::kLogDebug, "CodeObject: %p count: %ld\n", AsPointer(ptr + header.codeobject_offset),
-      header.codeobject_count);
-  Log(utils::kLogDebug, "Dp4x_vgpr_offset: 0x%lx\n", dp4x_vgpr_offset);
-  Log(utils::kLogDebug, "Core dump version: 0x%x\n", full_version);
+  utils::Log(utils::kLogDebug, "Agent: %p count: %ld\n", AsPointer(ptr + header.agent_offset),
+             header.agent_count);
+  utils::Log(utils::kLogDebug, "Queue: %p count: %ld\n", AsPointer(ptr + header.queue_offset),
+             header.queue_count);
+  utils::Log(utils::kLogDebug, "CodeObject: %p count: %ld\n",
+             AsPointer(ptr + header.codeobject_offset), header.codeobject_count);
+  utils::Log(utils::kLogDebug, "Dp4x_vgpr_offset: 0x%lx\n", dp4x_vgpr_offset);
+  utils::Log(utils::kLogDebug, "Core dump version: 0x%x\n", full_version);
 
   LoadReason(ptr + header.fault_offset, header.fault_size);
-  Log(utils::kLogInfo, "CoreDump init agent.\n");
+  utils::Log(utils::kLogInfo, "CoreDump init agent.\n");
   LoadAgents(ptr, header.agent_offset, header.agent_count);
-  Log(utils::kLogInfo, "CoreDump init queue.\n");
+  utils::Log(utils::kLogInfo, "CoreDump init queue.\n");
   LoadQueues(ptr, header.queue_offset, header.queue_count);
-  Log(utils::kLogInfo, "CoreDump init code object.\n");
+  utils::Log(utils::kLogInfo, "CoreDump init code object.\n");
   if (!LoadCodeObjects(ptr, header.codeobject_offset, header.codeobject_count)) {
     return false;
   }
   WriteEnvironment(ptr + header.env_offset, header.env_size);
   if (!initProcessMem()) {
-    Log(utils::kLogWarning, "[init] init process mem info failed\n");
+    utils::Log(utils::kLogWarning, "[init] init process mem info failed\n");
   }
   return true;
 }
 
 bool CoreDumpInfo::LoadHeader(uint64_t ptr, CoreDumpHeaderV1& header) {
   const auto too_short = [&](const char* field, size_t expected) {
-    Log(utils::kLogError,
-        "[init] core file too short for its %s: found %" PRIu64
-        " bytes, expected %zu at offset 0\n",
-        field, image_.Available(ptr), expected);
+    utils::Log(utils::kLogError,
+               "[init] core file too short for its %s: found %" PRIu64
+               " bytes, expected %zu at offset 0\n",
+               field, image_.Available(ptr), expected);
     return false;
   };
   full_version = 0;
@@ -129,7 +121,7 @@ bool CoreDumpInfo::LoadHeader(uint64_t ptr, CoreDumpHeaderV1& header) {
       if (!image_.Load(ptr, v0)) {
         return too_short("CoreDumpHeaderV0", sizeof(v0));
       }
-      Log(utils::kLogInfo, "Current core dump version is v0.\n");
+      utils::Log(utils::kLogInfo, "Current core dump version is v0.\n");
       // From the reason on both headers have the same fields.
       header.fault_offset = v0.fault_offset;
       header.fault_size = v0.fault_size;
@@ -148,12 +140,12 @@ bool CoreDumpInfo::LoadHeader(uint64_t ptr, CoreDumpHeaderV1& header) {
       if (!image_.Load(ptr, header)) {
         return too_short("CoreDumpHeaderV1", sizeof(header));
       }
-      Log(utils::kLogInfo, "Current core dump version is v1.\n");
+      utils::Log(utils::kLogInfo, "Current core dump version is v1.\n");
       dp4x_vgpr_offset = kDp4xVgprOffsetV1;
       full_version = header.version_major << 16 | header.version_minor << 8 | header.version_patch;
       return true;
     default:
-      Log(utils::kLogError, "[init] not supprt magic: 0x%x\n", magic);
+      utils::Log(utils::kLogError, "[init] not supprt magic: 0x%x\n", magic);
       return false;
   }
 }
@@ -247,8 +239,9 @@ bool CoreDumpInfo::LoadCodeObject(uint64_t ptr, const CoreDumpCodeObject& record
 
   const std::string name = code_object->name;
   const uint64_t kernels = ptr + record.kernel_offset;
+  const uint64_t most = std::max(kMostKernels, image_size_ / sizeof(KernelInfo));
   const uint64_t whole = WholeRecords(name + " kernel table", kernels, record.kernel_count,
-                                      sizeof(KernelInfo), kMostKernels - kernel_count_);
+                                      sizeof(KernelInfo), most - kernel_count_);
   kernel_count_ += whole;
   for (uint64_t i = 0; i < whole; ++i) {
     auto* kernel = new KernelInfo;
@@ -256,12 +249,12 @@ bool CoreDumpInfo::LoadCodeObject(uint64_t ptr, const CoreDumpCodeObject& record
     code_object->kernel_list.push_back(kernel);
   }
   if (!WriteElf(ptr + record.codeobject_offset, record.size_elf, name)) {
-    Log(utils::kLogError, "[init] Write bin failed, dump dir: %s name : %s\n",
-        dump_code_dir_.c_str(), name.c_str());
+    utils::Log(utils::kLogError, "[init] Write bin failed, dump dir: %s name : %s\n",
+               dump_code_dir_.c_str(), name.c_str());
     return false;
   }
   if (!WriteCodeObjectInfo(*code_object)) {
-    Log(utils::kLogError, "[init] write: %s info failed\n", name.c_str());
+    utils::Log(utils::kLogError, "[init] write: %s info failed\n", name.c_str());
     return false;
   }
   return true;

@@ -87,15 +87,11 @@ MemInfo RegionOf(const IndexLine& line, const std::string& mem_dir) {
 }  // namespace
 
 bool CoreDumpInfo::initProcessMem() {
-  if (utils::GetLogLevel() >= utils::kLogInfo) {
-    utils::Print(utils::kLogInfo, "CoreDump init process mem.\n");
-  }
+  utils::Log(utils::kLogInfo, "CoreDump init process mem.\n");
   const std::string path = mem_dir_ + "/process_mem_info";
   IndexFile index(path);
   if (!index.IsOpen()) {
-    if (utils::GetLogLevel() >= utils::kLogWarning) {
-      utils::Print(utils::kLogWarning, "Can not Open: %s.\n", path.c_str());
-    }
+    utils::Log(utils::kLogWarning, "Can not Open: %s.\n", path.c_str());
     return false;
   }
   std::string line;
@@ -133,9 +129,7 @@ uint64_t CoreDumpInfo::getMemInfo(void* out_buffer, uint64_t size, uint64_t ptr)
   void* snapshot = nullptr;
   size_t snapshot_size = 0;
   if (!MemoryMapFile(region.name.c_str(), &snapshot, &snapshot_size)) {
-    if (utils::GetLogLevel() >= utils::kLogError) {
-      utils::Print(utils::kLogError, "mem_name:%s failed\n", region.name.c_str());
-    }
+    utils::Log(utils::kLogError, "mem_name:%s failed\n", region.name.c_str());
     return 0;
   }
   // The system refuses to map an empty file: nothing of the region is there then.

@@ -24,9 +24,7 @@ bool IsFileName(std::string_view name) {
 }
 
 void LogDebugQueue(const char* function, uint32_t queue_id) {
-  if (utils::GetLogLevel() >= utils::kLogDebug) {
-    utils::Print(utils::kLogDebug, "%s queu id: %d\n", function, queue_id);
-  }
+  utils::Log(utils::kLogDebug, "%s queu id: %d\n", function, queue_id);
 }
 
 }  // namespace
@@ -35,17 +33,13 @@ bool CoreDumpInfo::DumpPacket(CoreDumpQueue* queue_info) {
   switch (queue_info->queue_type) {
     case QUEUE_TYPE_COMPUTE_AQL:
       if (!dumpAqlPacket(queue_info)) {
-        if (utils::GetLogLevel() >= utils::kLogError) {
-          utils::Print(utils::kLogError, "dump aql packet failed\n");
-        }
+        utils::Log(utils::kLogError, "dump aql packet failed\n");
         return false;
       }
       return true;
     case QUEUE_TYPE_SDMA:
       if (!dumpSdmaPacket(queue_info)) {
-        if (utils::GetLogLevel() >= utils::kLogError) {
-          utils::Print(utils::kLogError, "dump sdma packet failed\n");
-        }
+        utils::Log(utils::kLogError, "dump sdma packet failed\n");
         return false;
       }
       return true;
@@ -56,31 +50,29 @@ bool CoreDumpInfo::DumpPacket(CoreDumpQueue* queue_info) {
 
 bool CoreDumpInfo::dumpAqlPacket(CoreDumpQueue* queue_info) {
   LogDebugQueue("dumpAqlPacket", queue_info->queue_id);
-  std::string save_dir = StrFormat("%s/%u", dump_queue_dir_.c_str(), queue_info->queue_id);
+  const std::string save_dir = QueueDir(queue_info->queue_id);
   const uint64_t ring = queue_info->ring_offset;
   const auto packet_size = static_cast<int32_t>(queue_info->ring_size / kAqlPacketSize);
   const auto slots = std::min(static_cast<uint64_t>(std::max(packet_size, 0)),
                               image_.Available(ring) / kAqlPacketSize);
   const uint64_t backup = ring + queue_info->ring_size;
   const bool has_backup = full_version > kLastVersionWithoutHeaderBackup;
-  const uint64_t backup_words =
-      has_backup ? WholeRecords(StrFormat("queue %u header backup array", queue_info->queue_id),
-                                backup, slots, sizeof(uint32_t))
-                 : 0;
+  if (has_backup) {  // what the file has lost of it is noted once, and packets go on without
+    WholeRecords(StrFormat("queue %u header backup array", queue_info->queue_id), backup, slots,
+                 sizeof(uint32_t));
+  }
 
   ReportFile packets(save_dir, "packets", ReportFile::Mode::kAppend);
   for (uint64_t i = 0; i < slots; ++i) {
     packets.text() += "\npacket index: ";
     AppendDecimal(packets.text(), i);
     packets.text() += '\n';
-    uint32_t backup_header = 0;
-    if (i < backup_words) {
-      image_.Load(backup + i * sizeof(backup_header), backup_header);
+    const auto* slot = reinterpret_cast<const unsigned char*>(ring + i * kAqlPacketSize);
+    std::optional<uint32_t> backup_header = 0;
+    if (has_backup && !image_.Load(backup + i * sizeof(uint32_t), *backup_header)) {
+      backup_header.reset();
     }
-    auto* slot = reinterpret_cast<void*>(ring + i * kAqlPacketSize);
-    if (!GenAqlPacketInfo(slot, backup_header, save_dir, packets.text())) {
-      return false;
-    }
+    AppendAqlSlot(slot, backup_header, save_dir, packets.text());
     packets.Spill();
   }
   return packets.Close() && WriteRing(*queue_info, save_dir, "aql_rb");
@@ -88,9 +80,14 @@ bool CoreDumpInfo::dumpAqlPacket(CoreDumpQueue* queue_info) {
 
 bool CoreDumpInfo::GenAqlPacketInfo(void* data, uint32_t backup_header, std::string& save_dir,
                                     std::string& info) {
-  const auto* slot = static_cast<const unsigned char*>(data);
+  AppendAqlSlot(static_cast<const unsigned char*>(data), backup_header, save_dir, info);
+  return true;
+}
+
+void CoreDumpInfo::AppendAqlSlot(const unsigned char* slot, std::optional<uint32_t> backup_header,
+                                 const std::string& save_dir, std::string& info) {
   if (AppendAqlPacket(slot, backup_header, full_version, info) != AQL_TYPE_KERNEL_DISPATCH) {
-    return true;
+    return;
   }
   hsa_kernel_dispatch_packet_t dispatch;
   memcpy(&dispatch, slot, sizeof(dispatch));
@@ -106,7 +103,6 @@ bool CoreDumpInfo::GenAqlPacketInfo(void* data, uint32_t backup_header, std::str
     info += code_object->name;
     info += '\n';
   }
-  return true;
 }
 
 void CoreDumpInfo::DumpKernelArguments(const KernelInfo& kernel, uint64_t packet,
@@ -132,7 +128,7 @@ void CoreDumpInfo::DumpKernelArguments(const KernelInfo& kernel, uint64_t packet
 
 bool CoreDumpInfo::dumpSdmaPacket(CoreDumpQueue* queue_info) {
   LogDebugQueue("dumpSdmaPacket", queue_info->queue_id);
-  const std::string save_dir = StrFormat("%s/%u", dump_queue_dir_.c_str(), queue_info->queue_id);
+  const std::string save_dir = QueueDir(queue_info->queue_id);
   ReportFile packets(save_dir, "packets", ReportFile::Mode::kAppend);
   SdmaStream stream =
       SdmaStreamAt(queue_info->ring_offset, static_cast<int>(queue_info->ring_size));
