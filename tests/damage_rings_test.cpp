@@ -124,6 +124,24 @@ constexpr AqlCutCase kAqlCuts[] = {
 INSTANTIATE_TEST_SUITE_P(Cuts, CutAqlRingTest, testing::ValuesIn(kAqlCuts),
                          [](const auto& row) { return "At" + std::to_string(row.param.size); });
 
+// What byte 48 holds does not stand for a word of the array that is lost.
+TEST(DamagedRingTest, ASlotWhoseHeaderIsLostIsShownAsItStands) {
+  sample::CoreFile file = ThreeSlots();
+  file.queues[0].ring =
+      InvalidSlot().replace(48, 4, sample::Dwords({2})) + InvalidSlot() + InvalidSlot();
+  const AnalyserRun run = Analyse(Truncated(sample::CoreFileBytes(file), 0x1C8));
+  EXPECT_EQ(run.files.at("queues/7/packets"),
+            "\npacket index: 0\n"
+            "header format: INVALID\n"
+            "header barrier: 0\n"
+            "header acquire_fence_scope: SCOPE_NONE\n"
+            "header release_fence_scope: SCOPE_NONE\n"
+            "0X0001 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 \n"
+            "0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 \n"
+            "0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 \n"
+            "0X0002 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 0X0000 \n");
+}
+
 // Older files have no backup array, so nothing is missing where it would be.
 TEST(DamagedRingTest, AnOlderFileHasNoBackupArrayToLose) {
   sample::CoreFile file = ThreeSlots();

@@ -155,6 +155,20 @@ TEST_F(FaultWindowTest, PlacesDifferByCodeObjectOffsetAndAgentName) {
             "--mcpu=gfx926 --start-address=0XE0 --stop-address=0X120 code_object_0\n");
 }
 
+TEST_F(FaultWindowTest, EachFaultIsLoggedThoughTheToolRunsOnce) {
+  InstallCountingTool();
+  AddCodeObject();
+  const ScopedLogLevel debug("debug");
+  OutputCapture capture;
+  Window(0x7F0000000100);
+  Window(0x7F0000000100);
+  const Output output = capture.Stop();
+  const std::string line =
+      "[time] Debug: DisCodeObject agent name:gpu-gfx906 code object name: code_object_0\n";
+  EXPECT_EQ(WithoutTimes(output.out), line + line);
+  EXPECT_EQ(Log(), "--mcpu=gfx906 --start-address=0XE0 --stop-address=0X120 code_object_0\n");
+}
+
 TEST_F(FaultWindowTest, APlaceWithoutToolIsTriedAgain) {
   AddCodeObject();
   std::string text;
