@@ -8,8 +8,10 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
+#include "core_dump_info/argument_files.h"
 #include "core_dump_info/core_file_records.h"
 #include "core_dump_info/core_image.h"
 #include "core_dump_info/damage_report.h"
@@ -191,10 +193,10 @@ class CoreDumpInfo {
 
   // The text of one slot, as GenAqlPacketInfo; nothing as `backup_header` when the file lost it.
   void AppendAqlSlot(const unsigned char* slot, std::optional<uint32_t> backup_header,
-                     const std::string& save_dir, std::string& info);
-  // Writes the argument block of the dispatch at address `packet`.
+                     ArgumentFiles& argument_files, std::string& info);
+  // Keeps the argument block of the dispatch at address `packet` for its file.
   void DumpKernelArguments(const KernelInfo& kernel, uint64_t packet, uint64_t kernarg_address,
-                           const std::string& save_dir);
+                           ArgumentFiles& argument_files);
   SdmaStream SdmaStreamAt(uint64_t address, int size) const;
   bool WriteRing(const CoreDumpQueue& queue, const std::string& save_dir, const char* file_name);
 
@@ -221,6 +223,9 @@ class CoreDumpInfo {
   uint64_t WholeRecords(std::string_view what, uint64_t address, uint64_t count,
                         uint64_t record_size, uint64_t most = UINT32_MAX);
 
+  // The first region in the order of addresses that holds `ptr`, null when none does.
+  const MemInfo* RegionAt(uint64_t ptr);
+
   CoreImage image_;
   uint64_t image_size_ = UINT64_MAX;
   uint64_t kernel_count_ = 0;  // kernels of all code objects
@@ -228,6 +233,9 @@ class CoreDumpInfo {
   DamageReport damage_;
   FaultWindows fault_windows_;
   WaveText wave_text_;
+  // The regions in their order, each with the highest end of those up to it; made at the first
+  // lookup. Every dispatch looks one up, and a process has thousands.
+  std::vector<std::pair<uint64_t, const MemInfo*>> region_index_;
   // The first kernel of each entry address, made at the first lookup: a ring has thousands of
   // dispatches, and a process that uses a kernel library ten thousand kernels for each agent.
   mutable std::unordered_map<uint64_t, LoadedKernel> kernel_index_;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
@@ -67,6 +68,11 @@ bool CreateDirectory(const std::string& dir) {
     }
   }
   return true;
+}
+
+size_t LongestFileName(const std::string& dir) {
+  const long longest = pathconf(dir.c_str(), _PC_NAME_MAX);
+  return longest > 0 ? static_cast<size_t>(longest) : NAME_MAX;
 }
 
 bool CopyFile(const std::string& dst_file, const std::string& src_file) {

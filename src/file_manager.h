@@ -19,6 +19,10 @@ bool IsDirectoryExist(const std::string& dir);
 // purpose, so callers pass absolute ones. False when a level cannot be made.
 bool CreateDirectory(const std::string& dir);
 
+// How many bytes a file name in `dir` may have. What Linux allows at most when the file system does
+// not say.
+size_t LongestFileName(const std::string& dir);
+
 // Copies `src_file` over `dst_file`. The destination is emptied even when the source cannot be
 // read.
 bool CopyFile(const std::string& dst_file, const std::string& src_file);

@@ -276,6 +276,42 @@ TEST_F(MemoryReadTest, OfOverlappingRegionsTheLowestIsRead) {
   EXPECT_EQ(Read(8, 0x1003), "defgh");
 }
 
+// The large region ends behind the small one inside it and begins before it.
+TEST_F(MemoryReadTest, ARegionInsideAnotherIsNotRead) {
+  Load(
+      "[0x1000 0x10 a b 0 alloc\n[0x2000 0x30 a b 0 alloc\n[0x2010 0x10 a b 0 alloc\n"
+      "[0x3000 0x10 a b 0 alloc\n");
+  WriteText(dir_.Path("0X1000-0X1010-16"), std::string(16, 'a'));
+  WriteText(dir_.Path("0X2000-0X2030-48"), std::string(48, 'b'));
+  WriteText(dir_.Path("0X2010-0X2020-16"), std::string(16, 'c'));
+  WriteText(dir_.Path("0X3000-0X3010-16"), std::string(16, 'd'));
+  EXPECT_EQ(Read(1, 0x100F), "a");
+  EXPECT_EQ(Read(1, 0x1010), "");
+  EXPECT_EQ(Read(1, 0x2000), "b");
+  EXPECT_EQ(Read(1, 0x2018), "b");
+  EXPECT_EQ(Read(1, 0x202F), "b");
+  EXPECT_EQ(Read(1, 0x2030), "");
+  EXPECT_EQ(Read(1, 0x3000), "d");
+  EXPECT_EQ(Read(1, 0x3010), "");
+}
+
+TEST_F(MemoryReadTest, ARegionThatEndsBehindTheLastAddressHoldsNothingAndHidesNothing) {
+  Load("[0x1000 0xFFFFFFFFFFFFF800 a b 0 alloc\n[0x2000 0x10 a b 0 alloc\n");
+  WriteText(dir_.Path("0X2000-0X2010-16"), std::string(16, 'b'));
+  EXPECT_EQ(Read(1, 0x1000), "");
+  EXPECT_EQ(Read(1, 0x7FF), "");
+  EXPECT_EQ(Read(1, 0x2008), "b");
+}
+
+TEST_F(MemoryReadTest, AnIndexLoadedLaterCountsAtOnce) {
+  Load("[0x1000 0x10 a b 0 alloc\n");
+  WriteText(dir_.Path("0X1000-0X1010-16"), std::string(16, 'a'));
+  EXPECT_EQ(Read(1, 0x1018), "");
+  Load("[0x1000 0x20 a b 0 alloc\n");
+  WriteText(dir_.Path("0X1000-0X1020-32"), std::string(32, 'b'));
+  EXPECT_EQ(Read(1, 0x1018), "b");
+}
+
 TEST_F(MemoryReadTest, AnEntryMadeByAGpuLineHoldsNothing) {
   Load("[0x1000 map to the gpu: 26\n");
   OutputCapture capture;

@@ -94,6 +94,7 @@ bool CoreDumpInfo::initProcessMem() {
     utils::Log(utils::kLogWarning, "Can not Open: %s.\n", path.c_str());
     return false;
   }
+  region_index_.clear();
   std::string line;
   while (index.Next(line)) {
     if (line.find("alloc") != std::string::npos) {
@@ -110,18 +111,31 @@ bool CoreDumpInfo::initProcessMem() {
   return true;
 }
 
+const MemInfo* CoreDumpInfo::RegionAt(uint64_t ptr) {
+  if (region_index_.size() != mem_info_map.size()) {
+    region_index_.clear();
+    uint64_t highest_end = 0;
+    for (const auto& [start, region] : mem_info_map) {
+      highest_end = std::max(highest_end, region.addr + region.size);
+      region_index_.emplace_back(highest_end, &region);
+    }
+  }
+  // Where the highest end passes `ptr` first, that region's own does. Those before it end too soon,
+  // those behind it begin no sooner.
+  const auto first = std::partition_point(region_index_.begin(), region_index_.end(),
+                                          [ptr](const auto& entry) { return entry.first <= ptr; });
+  return first != region_index_.end() && first->second->addr <= ptr ? first->second : nullptr;
+}
+
 uint64_t CoreDumpInfo::getMemInfo(void* out_buffer, uint64_t size, uint64_t ptr) {
   if (out_buffer == nullptr) {
     return 0;
   }
-  const auto entry = std::find_if(mem_info_map.begin(), mem_info_map.end(), [ptr](const auto& e) {
-    const MemInfo& region = e.second;
-    return region.addr <= ptr && ptr < region.addr + region.size;
-  });
-  if (entry == mem_info_map.end()) {
+  const MemInfo* const found = RegionAt(ptr);
+  if (found == nullptr) {
     return 0;
   }
-  const MemInfo& region = entry->second;
+  const MemInfo& region = *found;
   const uint64_t wanted = std::min(size, region.addr + region.size - ptr);
   if (wanted == 0) {
     return 0;

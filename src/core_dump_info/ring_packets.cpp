@@ -1,11 +1,11 @@
 // The packets left in a queue's ring, and the raw ring.
 
 #include <algorithm>
-#include <cerrno>
 #include <vector>
 
 #include "core_dump_info.h"
 #include "core_dump_info/aql_packets.h"
+#include "core_dump_info/argument_files.h"
 #include "core_dump_info/number_text.h"
 #include "core_dump_info/report_file.h"
 #include "core_dump_info/sdma_decoder.h"
@@ -17,11 +17,6 @@
 namespace {
 
 constexpr uint64_t kKernelArgumentSize = 4096;  // bytes read at a dispatch's kernarg_address
-
-// Whether a text from the file can name a file in a directory and nothing outside it.
-bool IsFileName(std::string_view name) {
-  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;
-}
 
 void LogDebugQueue(const char* function, uint32_t queue_id) {
   utils::Log(utils::kLogDebug, "%s queu id: %d\n", function, queue_id);
@@ -63,6 +58,7 @@ bool CoreDumpInfo::dumpAqlPacket(CoreDumpQueue* queue_info) {
   }
 
   ReportFile packets(save_dir, "packets", ReportFile::Mode::kAppend);
+  ArgumentFiles argument_files(save_dir);
   for (uint64_t i = 0; i < slots; ++i) {
     packets.text() += "\npacket index: ";
     AppendDecimal(packets.text(), i);
@@ -72,7 +68,7 @@ bool CoreDumpInfo::dumpAqlPacket(CoreDumpQueue* queue_info) {
     if (has_backup && !image_.Load(backup + i * sizeof(uint32_t), *backup_header)) {
       backup_header.reset();
     }
-    AppendAqlSlot(slot, backup_header, save_dir, packets.text());
+    AppendAqlSlot(slot, backup_header, argument_files, packets.text());
     packets.Spill();
   }
   return packets.Close() && WriteRing(*queue_info, save_dir, "aql_rb");
@@ -80,12 +76,13 @@ bool CoreDumpInfo::dumpAqlPacket(CoreDumpQueue* queue_info) {
 
 bool CoreDumpInfo::GenAqlPacketInfo(void* data, uint32_t backup_header, std::string& save_dir,
                                     std::string& info) {
-  AppendAqlSlot(static_cast<const unsigned char*>(data), backup_header, save_dir, info);
+  ArgumentFiles argument_files(save_dir);
+  AppendAqlSlot(static_cast<const unsigned char*>(data), backup_header, argument_files, info);
   return true;
 }
 
 void CoreDumpInfo::AppendAqlSlot(const unsigned char* slot, std::optional<uint32_t> backup_header,
-                                 const std::string& save_dir, std::string& info) {
+                                 ArgumentFiles& argument_files, std::string& info) {
   if (AppendAqlPacket(slot, backup_header, full_version, info) != AQL_TYPE_KERNEL_DISPATCH) {
     return;
   }
@@ -96,7 +93,7 @@ void CoreDumpInfo::AppendAqlSlot(const unsigned char* slot, std::optional<uint32
     info += FixedText(kernel->name);
     info += '\n';
     DumpKernelArguments(*kernel, reinterpret_cast<uint64_t>(slot), dispatch.kernarg_address,
-                        save_dir);
+                        argument_files);
   }
   if (const CodeObjectInfo* code_object = GetCodeObjectFromList(dispatch.kernel_object)) {
     info += "object_name: ";
@@ -106,24 +103,20 @@ void CoreDumpInfo::AppendAqlSlot(const unsigned char* slot, std::optional<uint32
 }
 
 void CoreDumpInfo::DumpKernelArguments(const KernelInfo& kernel, uint64_t packet,
-                                       uint64_t kernarg_address, const std::string& save_dir) {
-  unsigned char arguments[kKernelArgumentSize];
+                                       uint64_t kernarg_address, ArgumentFiles& argument_files) {
+  char arguments[kKernelArgumentSize];
   const uint64_t size = getMemInfo(arguments, sizeof(arguments), kernarg_address);
   if (size == 0) {
     return;
   }
-  // The name is the core file's: it may lead nowhere but into the queue's own directory.
   const std::string_view name = FixedText(kernel.name);
-  errno = 0;
-  if (IsFileName(name)) {
-    WriteBinFile(save_dir, std::string(name) + "_args", reinterpret_cast<uint64_t>(arguments),
-                 size);
-  }
-  if (!IsFileName(name) || errno == ENAMETOOLONG) {
+  if (!argument_files.CanHold(name)) {
     damage_.Add(
         "kernel name \"" + PrintableText(name) + "\" is no file name, arguments not written",
         image_.OffsetOf(packet), size, 0);
+    return;
   }
+  argument_files.Set(name, {arguments, size});
 }
 
 bool CoreDumpInfo::dumpSdmaPacket(CoreDumpQueue* queue_info) {
