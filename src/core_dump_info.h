@@ -204,6 +204,10 @@ class CoreDumpInfo {
   std::string QueueDir(uint32_t queue_id) const;
   static std::string AgentReport(const CoreDumpAgent& agent);
 
+  // Appends the code around the PC of each faulting wave, whose PC becomes the one at which it
+  // faulted. False when the disassembler cannot be run.
+  bool GetFaultWindows(const CoreDumpAgent& agent, std::vector<WaveStateInfo>& waves,
+                       std::vector<const FaultWindows::Window*>& windows);
   // Writes the wave files of one queue, whose waves it knows by `queue_id`.
   bool DumpQueueWaves(const CoreDumpAgent& agent, uint32_t queue_id,
                       std::vector<WaveStateInfo>& waves);
@@ -211,6 +215,7 @@ class CoreDumpInfo {
   WavePart SecondVgprBank(uint32_t gfxv, bool is_dp4x, const WaveStateInfo& wave) const;
   // The LDS that the wave shows: where that of its group lies, in the size that holds for the wave.
   WavePart GroupLds(const WaveStateInfo& wave) const;
+  void AppendSavedVgprs(const WaveStateInfo& wave, Bytes second_bank, std::string& info);
   // The text of the WaveInfo at `record`, at any alignment.
   void AppendActiveWave(bool is_dp4x, const unsigned char* record, std::string& info);
   // The code around `fault_pc`, whose code object becomes a faulting one. Null when the

@@ -140,7 +140,7 @@ int main(int argc, char** argv) {
   }
   const IncompleteWrites incomplete = GetIncompleteWrites();
   if (incomplete.count != 0) {
-    ExitWithError(StrFormat("%lu incomplete writes, the first to %s: %s\n", incomplete.count,
+    ExitWithError(StrFormat("incomplete writes: %lu, the first to %s: %s\n", incomplete.count,
                             incomplete.first_path.c_str(), strerror(incomplete.first_errno)));
   }
   delete CoreDumpManager;

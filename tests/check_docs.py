@@ -139,7 +139,7 @@ def check_options(arguments):
 
 
 def anchors_of(text):
-    """The anchors of a document's headings, as GitHub makes them."""
+    """The anchors of a document's headings, as Markdown viewers make them."""
     anchors = set()
     for heading in re.findall(r'^#+ (.*)$', without_code(text), re.MULTILINE):
         anchors.add(re.sub(r'[^\w\- ]', '', heading.lower()).replace(' ', '-'))

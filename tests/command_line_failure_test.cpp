@@ -83,7 +83,7 @@ TEST_F(CommandLineTest, ReportsThatCannotBeWrittenAreLoggedAndTheRunSucceeds) {
 TEST_F(CommandLineTest, AReportThatTheDiskDoesNotTakeFailsTheRunAtItsEnd) {
   WriteCore(SmallCore());
   fs::create_symlink("/dev/full", dir_.Path("environment"));
-  ExpectFailure({}, "[time] Error: 1 incomplete writes, the first to " + dir_.Path("environment") +
+  ExpectFailure({}, "[time] Error: incomplete writes: 1, the first to " + dir_.Path("environment") +
                         ": No space left on device\n");
   EXPECT_EQ(ReadText(dir_.Path("fault_info")), "Dumping info due to SIGTERM: kill -15\n\n");
 }

@@ -80,7 +80,7 @@ sample::CoreFile DumpWithLargeReports() {
 TEST_F(FullDiskTest, IncompleteWritesAreCountedAndTheFirstIsNamed) {
   WriteCore(DumpWithLargeReports());
   const std::string out = dir_.Path("out");
-  ExpectFailedRun(RunWithLimit(out), "[time] Error: 4 incomplete writes, the first to " + out +
+  ExpectFailedRun(RunWithLimit(out), "[time] Error: incomplete writes: 4, the first to " + out +
                                          "/codes/code_object_0: File too large\n");
 
   const std::set<std::string> incomplete = {"codes/code_object_0", "environment",
@@ -109,7 +109,7 @@ TEST_F(FullDiskTest, ADiskWithoutSpaceIsSaidToBeFull) {
   fs::create_symlink("/dev/full", out + "/environment");
   fs::create_symlink("/dev/full", out + "/agent_1");
   ExpectFailedRun(RunProcess(TALVEX_BINARY, Arguments(out), kOptions),
-                  "[time] Error: 3 incomplete writes, the first to " + out +
+                  "[time] Error: incomplete writes: 3, the first to " + out +
                       "/environment: No space left on device\n");
   fs::remove(out + "/environment");
   fs::remove(out + "/agent_1");
@@ -135,7 +135,7 @@ TEST_F(FullDiskTest, DamageThatCannotBeWrittenIsCountedToo) {
       "bytes, available 0 bytes\n"
       "[time] Error: damaged core file: environment: file offset 0X17E8, wanted 19 bytes, "
       "available 0 bytes\n"
-      "[time] Error: 4 incomplete writes, the first to " +
+      "[time] Error: incomplete writes: 4, the first to " +
           out + "/damage: No space left on device\n");
 }
 

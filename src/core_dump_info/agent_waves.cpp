@@ -120,11 +120,8 @@ bool CoreDumpInfo::DumpAgentWaves(CoreDumpAgent* agent_info) {
   return true;
 }
 
-bool CoreDumpInfo::DumpQueueWaves(const CoreDumpAgent& agent, uint32_t queue_id,
-                                  std::vector<WaveStateInfo>& waves) {
-  // First the code around every faulting PC: when it cannot be had, nothing of this queue is
-  // written.
-  std::vector<const FaultWindows::Window*> windows;
+bool CoreDumpInfo::GetFaultWindows(const CoreDumpAgent& agent, std::vector<WaveStateInfo>& waves,
+                                   std::vector<const FaultWindows::Window*>& windows) {
   for (WaveStateInfo& wave : waves) {
     if (IsFaulting(wave)) {
       // The saved PC is the trap handler's; both files show where the wave faulted.
@@ -134,6 +131,17 @@ bool CoreDumpInfo::DumpQueueWaves(const CoreDumpAgent& agent, uint32_t queue_id,
         return false;
       }
     }
+  }
+  return true;
+}
+
+bool CoreDumpInfo::DumpQueueWaves(const CoreDumpAgent& agent, uint32_t queue_id,
+                                  std::vector<WaveStateInfo>& waves) {
+  // First the code around every faulting PC: when it cannot be had, nothing of this queue is
+  // written.
+  std::vector<const FaultWindows::Window*> windows;
+  if (!GetFaultWindows(agent, waves, windows)) {
+    return false;
   }
   if (!windows.empty() &&
       !WriteTextFile(dump_dir_, "fault_info",

@@ -33,6 +33,22 @@ constexpr uint64_t kMostKernels = 262144;
 
 const void* AsPointer(uint64_t address) { return reinterpret_cast<const void*>(address); }
 
+// From the reason on both headers have the same fields.
+CoreDumpHeaderV1 ToV1(const CoreDumpHeaderV0& v0) {
+  CoreDumpHeaderV1 header{};
+  header.fault_offset = v0.fault_offset;
+  header.fault_size = v0.fault_size;
+  header.agent_offset = v0.agent_offset;
+  header.agent_count = v0.agent_count;
+  header.queue_offset = v0.queue_offset;
+  header.queue_count = v0.queue_count;
+  header.codeobject_offset = v0.codeobject_offset;
+  header.codeobject_count = v0.codeobject_count;
+  header.env_offset = v0.env_offset;
+  header.env_size = v0.env_size;
+  return header;
+}
+
 // How many bytes of the reason record its report reads.
 uint64_t BytesOfReport(uint32_t reason) {
   switch (reason) {
@@ -122,17 +138,7 @@ bool CoreDumpInfo::LoadHeader(uint64_t ptr, CoreDumpHeaderV1& header) {
         return too_short("CoreDumpHeaderV0", sizeof(v0));
       }
       utils::Log(utils::kLogInfo, "Current core dump version is v0.\n");
-      // From the reason on both headers have the same fields.
-      header.fault_offset = v0.fault_offset;
-      header.fault_size = v0.fault_size;
-      header.agent_offset = v0.agent_offset;
-      header.agent_count = v0.agent_count;
-      header.queue_offset = v0.queue_offset;
-      header.queue_count = v0.queue_count;
-      header.codeobject_offset = v0.codeobject_offset;
-      header.codeobject_count = v0.codeobject_count;
-      header.env_offset = v0.env_offset;
-      header.env_size = v0.env_size;
+      header = ToV1(v0);
       dp4x_vgpr_offset = kDp4xVgprOffsetV0;
       return true;
     }

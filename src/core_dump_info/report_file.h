@@ -22,7 +22,8 @@ class ReportFile {
 
   static constexpr size_t kChunkSize = size_t{512} << 10;
 
-  // Nothing reaches the disk before the first Spill that has a chunk, or Close.
+  // `chunk_size` is a block, 64 KiB, at least. Nothing reaches the disk before the first Spill that
+  // has a chunk, or Close.
   ReportFile(std::string dir, std::string name, Mode mode, size_t chunk_size = kChunkSize);
 
   // The buffer: append to it, and call Spill now and then.

@@ -136,22 +136,7 @@ bool CoreDumpInfo::GenWaveInfo(uint32_t gfxv, bool is_dp4x, WaveStateInfo* wave_
   wave_text_.sgprs.Append(0, wave.num_sgprs / kWordsPerRow, AsBytes(wave.sgprs), kWordSize, info);
   info += '\n';
 
-  const uint32_t rows = wave.num_vgprs / kWordsPerRow;
-  const size_t register_stride = wave.num_vgpr_lanes * kWordSize;
-  // Of a bank that the file holds only in part the rows that are there for every lane.
-  const Bytes bank = SecondVgprBank(gfxv, is_dp4x, wave).bytes;
-  const auto bank_rows =
-      register_stride == 0 ? 0
-                           : static_cast<uint32_t>(bank.size() / (register_stride * kWordsPerRow));
-  for (uint32_t lane = 0; lane < wave.num_vgpr_lanes; ++lane) {
-    const size_t lane_offset = lane * kWordSize;
-    AppendLaneTitle(lane, info);
-    wave_text_.vgprs.Append(0, rows, AsBytes(wave.vgprs) + lane_offset, register_stride, info);
-    if (bank_rows > 0) {
-      wave_text_.second_bank.Append(wave.num_vgprs, bank_rows, bank.data() + lane_offset,
-                                    register_stride, info);
-    }
-  }
+  AppendSavedVgprs(wave, SecondVgprBank(gfxv, is_dp4x, wave).bytes, info);
   info += '\n';
 
   if (wave.lds != nullptr) {
@@ -163,6 +148,26 @@ bool CoreDumpInfo::GenWaveInfo(uint32_t gfxv, bool is_dp4x, WaveStateInfo* wave_
   }
   info += '\n';
   return true;
+}
+
+void CoreDumpInfo::AppendSavedVgprs(const WaveStateInfo& wave, Bytes second_bank,
+                                    std::string& info) {
+  const uint32_t rows = wave.num_vgprs / kWordsPerRow;
+  const size_t register_stride = wave.num_vgpr_lanes * kWordSize;
+  // Of a bank that the file holds only in part the rows that are there for every lane.
+  const auto bank_rows =
+      register_stride == 0
+          ? 0
+          : static_cast<uint32_t>(second_bank.size() / (register_stride * kWordsPerRow));
+  for (uint32_t lane = 0; lane < wave.num_vgpr_lanes; ++lane) {
+    const size_t lane_offset = lane * kWordSize;
+    AppendLaneTitle(lane, info);
+    wave_text_.vgprs.Append(0, rows, AsBytes(wave.vgprs) + lane_offset, register_stride, info);
+    if (bank_rows > 0) {
+      wave_text_.second_bank.Append(wave.num_vgprs, bank_rows, second_bank.data() + lane_offset,
+                                    register_stride, info);
+    }
+  }
 }
 
 bool CoreDumpInfo::GenActiveWaveInfo(bool is_dp4x, WaveInfo wave, std::string& info) {

@@ -56,7 +56,8 @@ class LdsRows {
  public:
   LdsRows();
 
-  // Appends the first `rows` rows of the words at `words`.
+  // Appends the first `rows` rows of the words at `words`. Offsets stay below 1 MiB, beyond which
+  // they are wider than their column; the format gives a work-group 256 KiB at most.
   void Append(uint32_t rows, const unsigned char* words, std::string& out);
 
  private:
