@@ -82,18 +82,7 @@ void Logger::SetLogFile(const std::string& path) {
 LogLevel Logger::GetLogLevel() { return log_level_; }
 
 void Logger::Write(LogLevel level, const std::string& message) {
-  if (log_level_ < level) {
-    return;
-  }
-  const std::string prefix = Prefix(level);
-  FILE* stream = Stream(level);
-  const std::lock_guard<std::mutex> lock(access_lock_);
-  if (log_file_fp_ != nullptr) {
-    fprintf(log_file_fp_, "[%s] %s%s", AppName().c_str(), prefix.c_str(), message.c_str());
-    fflush(log_file_fp_);
-  }
-  fprintf(stream, "%s%s", prefix.c_str(), message.c_str());
-  fflush(stream);
+  Write(level, "%s", message.c_str());
 }
 
 void Logger::Write(LogLevel level, const char* format, ...) {
