@@ -195,7 +195,7 @@ class CoreDumpInfo {
   void AppendAqlSlot(const unsigned char* slot, std::optional<uint32_t> backup_header,
                      ArgumentFiles& argument_files, std::string& info);
   // Keeps the argument block of the dispatch at address `packet` for its file.
-  void DumpKernelArguments(const KernelInfo& kernel, uint64_t packet, uint64_t kernarg_address,
+  void KeepKernelArguments(const KernelInfo& kernel, uint64_t packet, uint64_t kernarg_address,
                            ArgumentFiles& argument_files);
   SdmaStream SdmaStreamAt(uint64_t address, int size) const;
   bool WriteRing(const CoreDumpQueue& queue, const std::string& save_dir, const char* file_name);

@@ -92,7 +92,7 @@ void CoreDumpInfo::AppendAqlSlot(const unsigned char* slot, std::optional<uint32
     info += "kernel_name: ";
     info += FixedText(kernel->name);
     info += '\n';
-    DumpKernelArguments(*kernel, reinterpret_cast<uint64_t>(slot), dispatch.kernarg_address,
+    KeepKernelArguments(*kernel, reinterpret_cast<uint64_t>(slot), dispatch.kernarg_address,
                         argument_files);
   }
   if (const CodeObjectInfo* code_object = GetCodeObjectFromList(dispatch.kernel_object)) {
@@ -102,7 +102,7 @@ void CoreDumpInfo::AppendAqlSlot(const unsigned char* slot, std::optional<uint32
   }
 }
 
-void CoreDumpInfo::DumpKernelArguments(const KernelInfo& kernel, uint64_t packet,
+void CoreDumpInfo::KeepKernelArguments(const KernelInfo& kernel, uint64_t packet,
                                        uint64_t kernarg_address, ArgumentFiles& argument_files) {
   char arguments[kKernelArgumentSize];
   const uint64_t size = getMemInfo(arguments, sizeof(arguments), kernarg_address);
