@@ -180,6 +180,7 @@ class CoreDumpInfo {
     CodeObjectInfo* code_object = nullptr;  // that it belongs to
   };
 
+  // The first kernel in file order with that entry address; both null when there is none.
   LoadedKernel KernelAt(uint64_t loaded_addr) const;
   bool LoadHeader(uint64_t ptr, CoreDumpHeaderV1& header);
   void LoadReason(uint64_t address, uint64_t size);

@@ -125,15 +125,15 @@ bool OutputFile::Open(const std::string& dir, const std::string& file_name, bool
     return false;
   }
   path_ = dir + "/" + file_name;
-  is_whole_ = true;
   fd_ = open(path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | (append ? O_APPEND : O_TRUNC), 0666);
   if (fd_ < 0) {
     CountWhenDiskIsFull(path_, errno);
   }
-  return fd_ >= 0;
+  is_whole_ = fd_ >= 0;
+  return is_whole_;
 }
 
-void OutputFile::Write(std::string_view bytes) {
+bool OutputFile::Write(std::string_view bytes) {
   while (is_whole_ && !bytes.empty()) {
     const ssize_t count = write(fd_, bytes.data(), bytes.size());
     if (count > 0) {
@@ -142,12 +142,14 @@ void OutputFile::Write(std::string_view bytes) {
       CountOnce(count == 0 ? ENOSPC : errno);
     }
   }
+  return is_whole_;
 }
 
 void OutputFile::Close() {
   if (fd_ >= 0 && close(std::exchange(fd_, -1)) != 0) {
     CountOnce(errno);
   }
+  is_whole_ = false;
 }
 
 void OutputFile::CountOnce(int cause) {
@@ -167,10 +169,11 @@ bool WriteBinFile(const std::string& dir, const std::string& file_name, uint64_t
     return false;
   }
   std::string_view bytes(reinterpret_cast<const char*>(address), size);
-  while (!bytes.empty()) {
+  bool has_room = true;
+  while (has_room && !bytes.empty()) {
     const std::string_view piece = bytes.substr(0, kPieceSize);
     MapPages(piece.data(), piece.size());
-    file.Write(piece);
+    has_room = file.Write(piece);
     bytes.remove_prefix(piece.size());
   }
   return true;

@@ -56,9 +56,10 @@ class OutputFile {
   bool Open(const std::string& dir, const std::string& file_name, bool append);
   bool is_open() const { return fd_ >= 0; }
 
-  // Writes behind what was written. The first write that the disk does not take whole is counted,
-  // see GetIncompleteWrites, and is the last one.
-  void Write(std::string_view bytes);
+  // Writes behind what was written; nothing when no file is open. The first write that the disk
+  // does not take whole is counted, see GetIncompleteWrites, and is the last one. Whether the disk
+  // took everything so far.
+  bool Write(std::string_view bytes);
 
   void Close();
 
@@ -67,7 +68,7 @@ class OutputFile {
 
   std::string path_;
   int fd_ = -1;
-  bool is_whole_ = true;
+  bool is_whole_ = false;  // open, and the disk took every write
 };
 
 // Writes that the disk did not take whole: a short write, a failed close, or a file or directory
@@ -78,8 +79,7 @@ struct IncompleteWrites {
   int first_errno = 0;     // its cause
 };
 
-// What could not be written whole since the process started. Any thread
-// may call it.
+// What could not be written whole since the process started. Any thread may call it.
 IncompleteWrites GetIncompleteWrites();
 
 // A file without a name in a directory of the report tree, for text that is too large to hold.

@@ -21,8 +21,9 @@ bool ReportFile::Close() {
   if (!started_ || !text_.empty()) {
     Write();
   }
+  const bool is_made = file_.is_open();
   file_.Close();
-  return !failed_;
+  return is_made;
 }
 
 void ReportFile::WriteBlocks() {
@@ -36,10 +37,8 @@ void ReportFile::WriteBlocks() {
 void ReportFile::Write() {
   if (!started_) {
     started_ = true;
-    failed_ = !file_.Open(dir_, name_, append_);
+    file_.Open(dir_, name_, append_);
   }
-  if (!failed_) {
-    file_.Write(text_);
-  }
+  file_.Write(text_);
   text_.clear();
 }

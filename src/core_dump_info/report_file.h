@@ -64,5 +64,4 @@ class ReportFile {
   OutputFile file_;
   bool append_;
   bool started_ = false;
-  bool failed_ = false;
 };

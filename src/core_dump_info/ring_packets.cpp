@@ -1,7 +1,7 @@
 // The packets left in a queue's ring, and the raw ring.
 
 #include <algorithm>
-#include <vector>
+#include <cstring>
 
 #include "core_dump_info.h"
 #include "core_dump_info/aql_packets.h"
@@ -88,18 +88,18 @@ void CoreDumpInfo::AppendAqlSlot(const unsigned char* slot, std::optional<uint32
   }
   hsa_kernel_dispatch_packet_t dispatch;
   memcpy(&dispatch, slot, sizeof(dispatch));
-  if (const KernelInfo* kernel = GetKernelFromList(dispatch.kernel_object)) {
-    info += "kernel_name: ";
-    info += FixedText(kernel->name);
-    info += '\n';
-    KeepKernelArguments(*kernel, reinterpret_cast<uint64_t>(slot), dispatch.kernarg_address,
-                        argument_files);
+  const LoadedKernel loaded = KernelAt(dispatch.kernel_object);
+  if (loaded.kernel == nullptr) {
+    return;
   }
-  if (const CodeObjectInfo* code_object = GetCodeObjectFromList(dispatch.kernel_object)) {
-    info += "object_name: ";
-    info += code_object->name;
-    info += '\n';
-  }
+  info += "kernel_name: ";
+  info += FixedText(loaded.kernel->name);
+  info += '\n';
+  KeepKernelArguments(*loaded.kernel, reinterpret_cast<uint64_t>(slot), dispatch.kernarg_address,
+                      argument_files);
+  info += "object_name: ";
+  info += loaded.code_object->name;
+  info += '\n';
 }
 
 void CoreDumpInfo::KeepKernelArguments(const KernelInfo& kernel, uint64_t packet,

@@ -14,8 +14,8 @@ constexpr size_t kDigits = 8;  // of a 32-bit word
 
 // What a row asks the processor to fetch, since a dump is read once and comes from memory: for
 // words that lie together those of a recorded wave two lanes on, for a row of saved VGPRs the next
-// cache lines, which hold those of the next sixteen lanes. Measured: 3 % of the run
-// over a VM fault dump, 8 % of that over a signal dump.
+// cache lines, which hold those of the next sixteen lanes. Measured: 3 % of the run over a VM fault
+// dump, 8 % of that over a signal dump.
 constexpr size_t kAheadOfContiguous = 2048;
 constexpr size_t kAheadOfStrided = 64;
 
